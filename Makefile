@@ -1,0 +1,35 @@
+# Thin front door; the work is in CMake presets and scripts/.
+SHELL := /bin/bash
+PRESETS_HOST := host host-asan
+JOBS ?= $(shell nproc)
+# CI builds with warnings as errors.
+export KVNXST_WERROR := $(if $(CI),ON,OFF)
+
+.PHONY: all setup build test bench demo clean
+all: build
+
+setup:
+	@scripts/setup-machine.sh
+	@mkdir -p build
+	@scripts/build-deps.sh > build/.deps-prefix.new && mv build/.deps-prefix.new build/.deps-prefix
+
+build: setup
+	@set -e; export KVNXST_DEPS_PREFIX=$$(tail -n 1 build/.deps-prefix); \
+	for p in win $(PRESETS_HOST); do \
+	  cmake --preset $$p > build/configure-$$p.log || { cat build/configure-$$p.log; exit 1; }; \
+	  cmake --build --preset $$p -j $(JOBS); \
+	done
+
+# Every layer runs even when an earlier one fails; the exit code says whether all passed.
+test: build
+	@scripts/with-display.sh bash -c 'rc=0; \
+	  for p in $(PRESETS_HOST) win; do ctest --preset $$p -j $(JOBS) || rc=1; done; exit $$rc'
+
+bench: build
+	@scripts/with-display.sh scripts/run-bench.sh
+
+# The demo arrives with the notification pop-up; until then it builds everything.
+demo: build
+
+clean:
+	rm -rf build
