@@ -2,6 +2,7 @@
 # Runs a command with one Xvfb and the Wine prefix of build/win ready, and stops both afterwards,
 # also when the command fails or the run is interrupted.
 #   usage: scripts/with-display.sh COMMAND [ARGS...]
+#   KVNXST_WINE_ROOT names another build folder whose prefix to use.
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 repo=$(dirname "$here")
@@ -9,7 +10,9 @@ export KVNXST_WINE_ROOT=${KVNXST_WINE_ROOT:-$repo/build/win}
 mkdir -p "$KVNXST_WINE_ROOT"
 
 xvfb_pid=""
+child=""
 cleanup() {
+  [ -n "$child" ] && kill -TERM "$child" >/dev/null 2>&1
   WINEPREFIX="$KVNXST_WINE_ROOT/wineprefix" wineserver -k >/dev/null 2>&1
   [ -n "$xvfb_pid" ] && kill "$xvfb_pid" >/dev/null 2>&1 && wait "$xvfb_pid" 2>/dev/null
 }
@@ -22,12 +25,19 @@ while [ -e "/tmp/.X11-unix/X$display" ] || [ -e "/tmp/.X$display-lock" ]; do dis
 Xvfb ":$display" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 &
 xvfb_pid=$!
 for _ in $(seq 50); do [ -e "/tmp/.X11-unix/X$display" ] && break; sleep 0.1; done
+[ -e "/tmp/.X11-unix/X$display" ] || { echo "with-display: Xvfb did not start" >&2; exit 1; }
 export DISPLAY=":$display"
 
 . "$here/wine-env.sh"
 kvnxst_wine_env || exit 1
+# A wineserver left over from an interrupted run would keep the old display.
+wineserver -k >/dev/null 2>&1; wineserver -w
 # One wineserver for the whole run instead of one per test program.
 wineserver -p
-"$@"
+# In the background so that a signal reaches the traps at once, not after the command ends.
+"$@" &
+child=$!
+wait "$child"
 status=$?
+child=""
 exit $status
