@@ -1,0 +1,151 @@
+// The service's side of the conversation without any sockets: bytes from the agent go in, bytes
+// for the agent come out, and every step is traced and checked. The server (SimServer) only
+// moves bytes between this and the network, so the host tests drive the whole protocol here.
+#pragma once
+
+#include "KvRecordCodec.h"
+#include "KvServiceMessages.h"
+#include "SimRecords.h"
+#include "SimScript.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <iosfwd>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kvsim
+{
+
+// Where the trace and the errors go. Errors are counted; any makes a scripted run fail.
+class Reporter
+{
+public:
+    Reporter(std::ostream& trace, std::ostream& errors) : m_trace(trace), m_errors(errors) {}
+
+    void Trace(const std::string& line);
+    void Note(const std::string& line);
+    void Error(const std::string& line);
+
+    std::size_t ErrorCount() const { return m_list.size(); }
+    const std::vector<std::string>& Errors() const { return m_list; }
+
+private:
+    std::ostream& m_trace;
+    std::ostream& m_errors;
+    std::vector<std::string> m_list;
+};
+
+struct EngineOptions
+{
+    std::uint32_t dwServiceSession = 0; // session id in the service's version record
+    std::uint32_t dwInitEffects = 0;    // desktop-effects mask of the initialisation record
+    std::uint32_t dwOneTime = 0;        // one-time session flag and text of the initialisation
+    std::u16string oneTimeText;
+    std::uint32_t dwTcpPort = KV_DEFAULT_SERVICE_PORT; // what the port query answers
+};
+
+class Engine
+{
+public:
+    // Handshake stages, in the order the service drives them.
+    enum class Stage
+    {
+        Idle,          // nobody connected yet
+        AwaitVersion,  // version sent, waiting for its echo
+        AwaitInitAck,  // initialisation sent, waiting for {50005, 0}
+        AwaitInitEcho, // waiting for the initialisation echo
+        AwaitUserInfo, // settings sent, waiting for the desktop user information
+        Running,       // handshake done: the script runs
+    };
+
+    Engine(const EngineOptions& options, Reporter& reporter);
+    ~Engine();
+
+    // ---- TCP link.
+    void Start(); // an agent connected: the version record goes out
+    void OnAgentBytes(const std::uint8_t* data, std::size_t size);
+    void OnAgentClosed();
+    bool AgentClosed() const { return m_bClosed; }
+    Stage GetStage() const { return m_stage; }
+    static const char* StageName(Stage stage);
+    bool HandshakeDone() const { return m_stage == Stage::Running; }
+    Bytes TakeOutgoing(); // what is to be sent to the agent, in order
+
+    // ---- Script commands that only build records (everything but waits, expectations and the
+    // permission socket). False when the command could not be carried out (reported).
+    bool Execute(const Command& cmd);
+    static bool IsRecordCommand(const std::string& verb);
+
+    // Expectations: each takes the first matching event and forgets it.
+    bool TakeReceived(std::uint32_t dwType);
+    bool TakeInvitationEvent(const std::string& kind);
+    bool TakePermissionAnswer(std::uint32_t& code);
+
+    // ---- Datagrams to the service's UDP port (port query, invitations); returns the replies.
+    void SetAnswerPort(std::uint32_t dwTcpPort) { m_options.dwTcpPort = dwTcpPort; }
+    std::vector<Bytes> OnServiceDatagram(const std::string& peer, const std::uint8_t* data, std::size_t size);
+
+    // ---- Permission exchange on its own UDP port.
+    void StartPermission(std::uint32_t dwPort, const Command& cmd); // queues 70050
+    std::vector<Bytes> OnPermissionDatagram(const std::uint8_t* data, std::size_t size);
+    Bytes WithdrawPermission(); // the datagram to send; empty (and an error) when none is open
+    bool PermissionOpen() const;
+
+private:
+    void Send(const std::uint8_t* data, std::size_t size);
+    template <typename T> void Send(const T& rec) { Send(KvBytes(rec), sizeof(T)); }
+    void SendSettings(std::uint32_t dwType);
+    void HandleAgentRecord(const std::vector<std::uint8_t>& rec);
+    void ProtocolError(const std::string& what);
+    bool ApplySettings(const Command& cmd);
+
+    EngineOptions m_options;
+    Reporter& m_reporter;
+    KvRecordDecoder m_decoder{KvDirection::ToService};
+    Stage m_stage = Stage::Idle;
+    bool m_bClosed = false;
+    bool m_bStreamBroken = false;
+    bool m_bExitRequested = false;
+    Bytes m_outgoing;
+
+    std::unique_ptr<MSG_VERSION> m_version;
+    std::unique_ptr<MSG_TRAYICON_INIT> m_init;
+    std::unique_ptr<MSG_TRAYICON_SETTINGS> m_settings;
+    std::deque<std::uint32_t> m_effectsAcks; // masks the agent still has to acknowledge
+    bool m_bInitAckPending = false;
+    unsigned m_nUserInfoPending = 0;
+    unsigned m_nUnblockPending = 0;
+    std::deque<std::uint32_t> m_received;
+
+    // Viewers by name, in connection order.
+    std::vector<std::pair<std::string, std::uint32_t>> m_viewers;
+    std::uint32_t m_nextViewerId = 1;
+
+    // Invitations.
+    std::map<std::string, std::uint32_t> m_udpPending; // peer -> command announced by its header
+    std::string m_inviteText = "VEXA-INVITATION:SIMULATED";
+    std::uint32_t m_dwInviteError = 0;
+    std::u16string m_inviteErrorText;
+    std::uint32_t m_dwDeleteStatus = 0;
+    std::uint32_t m_dwDeleteCount = 0;
+    std::deque<std::string> m_inviteEvents;
+
+    // Permission.
+    enum class PermStage
+    {
+        None,
+        AwaitQuery,
+        AwaitAnswer,
+        Done
+    };
+    PermStage m_permStage = PermStage::None;
+    bool m_bPermWithdrawn = false;
+    std::unique_ptr<MSG_PERMISSION_RECORD> m_permRequest;
+    std::deque<std::uint32_t> m_permAnswers;
+};
+
+} // namespace kvsim
