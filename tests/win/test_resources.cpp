@@ -71,7 +71,7 @@ const Formats kNone;
 const Formats kInteger{L"d"};
 const Formats kText{L"ls"};
 
-struct StringSpec
+struct StringCase
 {
     UINT id;
     Formats conversions;
@@ -80,7 +80,7 @@ struct StringSpec
 // Every string the agent loads. Wide strings are "%ls": mingw's C++ swprintf reads a plain "%s"
 // as a narrow string, the Microsoft functions read "%ls" as wide too.
 // clang-format off
-const StringSpec kStrings[] = {
+const StringCase kStrings[] = {
     {6, {L"ls", L"ls"}}, // About version line: file version, ", 64 bit"
     {7, kNone},          // settings without write access: open anyway?
     {8, kNone},  {9, kNone},  {10, kNone}, {11, kNone},
@@ -130,11 +130,11 @@ HMODULE ResourceLibrary::s_lib = nullptr;
 
 TEST_F(ResourceLibrary, EveryStringLoadsWithExactlyItsPlaceholders)
 {
-    for (const StringSpec& spec : kStrings)
+    for (const StringCase& expected : kStrings)
     {
-        const std::wstring text = LoadText(s_lib, spec.id);
-        EXPECT_FALSE(text.empty()) << "string " << spec.id;
-        EXPECT_EQ(Conversions(text), spec.conversions) << "string " << spec.id;
+        const std::wstring text = LoadText(s_lib, expected.id);
+        EXPECT_FALSE(text.empty()) << "string " << expected.id;
+        EXPECT_EQ(Conversions(text), expected.conversions) << "string " << expected.id;
     }
     for (UINT id : {10u, 76u})
         EXPECT_EQ(LoadText(s_lib, id).rfind(L"https://", 0), 0u) << "link of string " << id;
@@ -155,8 +155,8 @@ TEST_F(ResourceLibrary, StringTableHoldsNoOtherIds)
         },
         reinterpret_cast<LONG_PTR>(&present));
 
-    for (const StringSpec& spec : kStrings)
-        present.erase(spec.id);
+    for (const StringCase& expected : kStrings)
+        present.erase(expected.id);
     EXPECT_TRUE(present.empty()) << "unexpected strings " << testing::PrintToString(present);
 }
 
