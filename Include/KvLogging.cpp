@@ -13,12 +13,14 @@ log4cxx::LoggerPtr KvGetLogger(const char* name)
 
 // Logging must never fail its caller: whatever goes wrong here (out of memory, an appender that
 // throws) leaves the block without a name and the traced function unaffected.
-void KvLogBlock::Enter(const wchar_t* name) noexcept
+void KvLogBlock::Enter(const wchar_t* name, const char* file, const char* function, int line) noexcept
 {
     try
     {
         m_name = name != nullptr ? name : L"";
-        LOG4CXX_TRACE(m_logger, m_name << L" entering.");
+        m_where = log4cxx::spi::LocationInfo(file, log4cxx::spi::LocationInfo::calcShortFileName(file),
+                                             function, line);
+        m_logger->forcedLog(log4cxx::Level::getTrace(), m_name + L" entering.", m_where);
         m_bEntered = true;
     }
     catch (...)
@@ -27,13 +29,11 @@ void KvLogBlock::Enter(const wchar_t* name) noexcept
     }
 }
 
-void KvLogBlock::Enter(const char* name) noexcept
+void KvLogBlock::Enter(const char* name, const char* file, const char* function, int line) noexcept
 {
     try
     {
-        m_name = KvWidenName(name);
-        LOG4CXX_TRACE(m_logger, m_name << L" entering.");
-        m_bEntered = true;
+        Enter(KvWidenName(name).c_str(), file, function, line);
     }
     catch (...)
     {
@@ -45,7 +45,9 @@ void KvLogBlock::Exit() noexcept
 {
     try
     {
-        LOG4CXX_TRACE(m_logger, m_name << L" exiting.");
+        // Checked again: the level may have been raised inside the block.
+        if (log4cxx::Logger::isTraceEnabledFor(m_logger))
+            m_logger->forcedLog(log4cxx::Level::getTrace(), m_name + L" exiting.", m_where);
     }
     catch (...)
     {

@@ -44,16 +44,23 @@ log4cxx::LoggerPtr KvGetLogger(const char* name);
 class KvLogBlock
 {
 public:
-    KvLogBlock(log4cxx::LoggerPtr& logger, const wchar_t* name) : m_logger(logger), m_bEntered(false)
+    // The defaulted arguments are filled at the caller, so both lines name the traced function's
+    // file and line rather than this header's (the builtins are the compilers' own source_location
+    // support, in GCC, Clang and MSVC alike).
+    KvLogBlock(log4cxx::LoggerPtr& logger, const wchar_t* name, const char* file = __builtin_FILE(),
+               const char* function = __builtin_FUNCTION(), int line = __builtin_LINE())
+        : m_logger(logger), m_bEntered(false)
     {
         if (log4cxx::Logger::isTraceEnabledFor(m_logger))
-            Enter(name);
+            Enter(name, file, function, line);
     }
 
-    KvLogBlock(log4cxx::LoggerPtr& logger, const char* name) : m_logger(logger), m_bEntered(false)
+    KvLogBlock(log4cxx::LoggerPtr& logger, const char* name, const char* file = __builtin_FILE(),
+               const char* function = __builtin_FUNCTION(), int line = __builtin_LINE())
+        : m_logger(logger), m_bEntered(false)
     {
         if (log4cxx::Logger::isTraceEnabledFor(m_logger))
-            Enter(name);
+            Enter(name, file, function, line);
     }
 
     ~KvLogBlock()
@@ -69,12 +76,13 @@ public:
     const std::wstring& GetName() const noexcept { return m_name; }
 
 private:
-    void Enter(const wchar_t* name) noexcept;
-    void Enter(const char* name) noexcept;
+    void Enter(const wchar_t* name, const char* file, const char* function, int line) noexcept;
+    void Enter(const char* name, const char* file, const char* function, int line) noexcept;
     void Exit() noexcept;
 
     log4cxx::LoggerPtr& m_logger;
     std::wstring m_name;
+    log4cxx::spi::LocationInfo m_where;
     bool m_bEntered;
 };
 

@@ -68,6 +68,8 @@ void Outer()
 TEST_F(LogFrameTest, TraceOnLogsEntryAndExitWithLocationAndThreadName)
 {
     Configure("TRACE");
+    // Both lines carry the place where the block was opened, not the frame's own source.
+    const std::string blockLine = std::to_string(__LINE__ + 2);
     {
         KvLogBlock logBlock(windowLogger, L"CTaskBarWindow::NotifyConnect");
         EXPECT_EQ(L"CTaskBarWindow::NotifyConnect", logBlock.GetName());
@@ -76,10 +78,10 @@ TEST_F(LogFrameTest, TraceOnLogsEntryAndExitWithLocationAndThreadName)
     const std::vector<std::string> lines = LogLines();
     ASSERT_EQ(3u, lines.size());
     const std::regex entering("TRACE\\|KVNXSTWindow\\|" + Me() +
-                              "\\|KvLogging\\.cpp:[1-9][0-9]*\\|CTaskBarWindow::NotifyConnect "
+                              "\\|test_logging\\.cpp:" + blockLine + "\\|CTaskBarWindow::NotifyConnect "
                               "entering\\.");
     const std::regex exiting("TRACE\\|KVNXSTWindow\\|" + Me() +
-                             "\\|KvLogging\\.cpp:[1-9][0-9]*\\|CTaskBarWindow::NotifyConnect "
+                             "\\|test_logging\\.cpp:" + blockLine + "\\|CTaskBarWindow::NotifyConnect "
                              "exiting\\.");
     EXPECT_TRUE(std::regex_match(lines[0], entering)) << lines[0];
     EXPECT_TRUE(std::regex_match(

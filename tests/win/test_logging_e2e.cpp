@@ -106,9 +106,9 @@ TEST(AgentLogging, TraceConfigurationBesideTheAgentShowsItsStart)
     ASSERT_LT(cmdLine, exiting) << ReadTextFile(log);
     ASSERT_LT(exiting, lines.size()) << ReadTextFile(log);
 
-    EXPECT_EQ(0u, lines[entering].find("TRACE|KVNXST" + main + "KvLogging.cpp:"));
+    EXPECT_EQ(0u, lines[entering].find("TRACE|KVNXST" + main + "KVNXST.cpp:"));
     EXPECT_EQ(0u, lines[cmdLine].find("INFO|KVNXST" + main + "KVNXST.cpp:"));
-    EXPECT_EQ(0u, lines[exiting].find("TRACE|KVNXST" + main + "KvLogging.cpp:"));
+    EXPECT_EQ(0u, lines[exiting].find("TRACE|KVNXST" + main + "KVNXST.cpp:"));
 }
 
 TEST(AgentLogging, ShippedConfigurationWritesInfoIntoTheUsersTempFolder)
