@@ -34,6 +34,9 @@ kvnxst_wine_env || exit 1
 wineserver -k >/dev/null 2>&1; wineserver -w
 # One wineserver for the whole run instead of one per test program.
 wineserver -p
+# The first program of a session starts Wine's own background processes, which would hold its
+# output pipe open; start them here so a test's output closes when the test ends.
+wine cmd /c exit </dev/null >/dev/null 2>&1
 # In the background so that a signal reaches the traps at once, not after the command ends.
 "$@" &
 child=$!
