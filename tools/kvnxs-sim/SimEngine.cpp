@@ -64,6 +64,14 @@ void Reporter::Error(const std::string& line)
         m_errors << "kvnxs-sim: PROTOCOL ERROR: " << line << std::endl;
 }
 
+void Reporter::ScriptError(const std::string& line)
+{
+    m_list.push_back(line);
+    m_trace << "!! SCRIPT ERROR: " << line << std::endl;
+    if (&m_errors != &m_trace)
+        m_errors << "kvnxs-sim: SCRIPT ERROR: " << line << std::endl;
+}
+
 // ---------------------------------------------------------------------------------------------
 
 Engine::Engine(const EngineOptions& options, Reporter& reporter)
@@ -333,7 +341,7 @@ bool Engine::ApplySettings(const Command& cmd)
         std::string error;
         if (!SetSettingsField(*m_settings, kv.first, kv.second, error))
         {
-            m_reporter.Error("line " + std::to_string(cmd.line) + ": " + error);
+            m_reporter.ScriptError("line " + std::to_string(cmd.line) + ": " + error);
             return false;
         }
     }
@@ -367,7 +375,7 @@ bool Engine::Execute(const Command& cmd)
     }
     if (m_bClosed || m_stage == Stage::Idle)
     {
-        m_reporter.Error("line " + std::to_string(cmd.line) + ": '" + v + "': no agent connected");
+        m_reporter.ScriptError("line " + std::to_string(cmd.line) + ": '" + v + "': no agent connected");
         return false;
     }
 
@@ -543,7 +551,7 @@ bool Engine::Execute(const Command& cmd)
         Send(rec.data(), rec.size());
         return true;
     }
-    m_reporter.Error("line " + std::to_string(cmd.line) + ": '" + v + "' is not a record command");
+    m_reporter.ScriptError("line " + std::to_string(cmd.line) + ": '" + v + "' is not a record command");
     return false;
 }
 
@@ -692,7 +700,7 @@ Bytes Engine::WithdrawPermission()
 {
     if (m_permStage != PermStage::AwaitAnswer)
     {
-        m_reporter.Error("permission-withdraw: no permission dialog is up");
+        m_reporter.ScriptError("permission-withdraw: no permission dialog is up");
         return Bytes();
     }
     m_bPermWithdrawn = true;

@@ -20,7 +20,7 @@
 namespace kvsim
 {
 
-// Where the trace and the errors go. Errors are counted; any makes a scripted run fail.
+// Where the trace and the errors go. Errors of both kinds are counted; any makes a run fail.
 class Reporter
 {
 public:
@@ -29,6 +29,8 @@ public:
     void Trace(const std::string& line);
     void Note(const std::string& line);
     void Error(const std::string& line);
+    // A bad script line or a command that cannot run: counted like a protocol error, named apart.
+    void ScriptError(const std::string& line);
 
     std::size_t ErrorCount() const { return m_list.size(); }
     const std::vector<std::string>& Errors() const { return m_list; }

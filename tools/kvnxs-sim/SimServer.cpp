@@ -297,7 +297,7 @@ bool Server::RunCommand(const Command& cmd)
         std::string error;
         if (!OpenLoopback(m_permission, false, v6, 0, error))
         {
-            m_reporter.Error(where + "permission port: " + error);
+            m_reporter.ScriptError(where + "permission port: " + error);
             return false;
         }
         m_bPermissionPeerKnown = false;
@@ -353,7 +353,7 @@ int Server::Run(LineQueue& script)
         std::string error;
         if (!ParseCommand(line, lineNo, cmd, error))
         {
-            m_reporter.Error("line " + std::to_string(lineNo) + ": " + error);
+            m_reporter.ScriptError("line " + std::to_string(lineNo) + ": " + error);
             continue;
         }
         if (cmd.verb.empty())

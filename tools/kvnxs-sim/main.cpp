@@ -18,7 +18,8 @@ const char kUsage[] =
     "usage: kvnxs-sim [options]\n"
     "Plays the service's side of the link with the tray agent: the version, initialisation and\n"
     "settings exchange, then a script of one command a line. Every record from the agent is\n"
-    "checked; protocol errors are printed as PROTOCOL ERROR and make the exit code 1.\n"
+    "checked; protocol errors (PROTOCOL ERROR), failed expectations and bad script lines\n"
+    "(SCRIPT ERROR) make the exit code 1; a script file with bad lines is refused at once (2).\n"
     "\n"
     "options:\n"
     "  --port N               TCP port for the agent (default 6129; 0 = any, printed)\n"
@@ -146,8 +147,7 @@ int main(int argc, char** argv)
     std::cout << "kvnxs-sim listening: tcp=" << server.TcpPort() << " udp=" << server.UdpPort() << std::endl;
     const int rc = server.Run(lines);
     const std::size_t errors = server.GetReporter().ErrorCount();
-    std::cout << "kvnxs-sim: "
-              << (errors == 0 ? "no protocol errors" : std::to_string(errors) + " protocol error(s)")
+    std::cout << "kvnxs-sim: " << (errors == 0 ? "no errors" : std::to_string(errors) + " error(s)")
               << std::endl;
     return rc;
 }
