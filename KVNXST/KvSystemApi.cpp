@@ -1,0 +1,225 @@
+#include "KvSystemApi.h"
+
+#include <atomic>
+#include <cwchar>
+
+namespace
+{
+
+// A system library loaded for one call and freed at the end of the scope. The error mode keeps a
+// missing file from raising a box; the last error of the call survives the clean-up.
+class QuietLibrary
+{
+public:
+    explicit QuietLibrary(const wchar_t* szPath)
+    {
+        const UINT uPrevious = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+        m_hModule = LoadLibraryW(szPath);
+        const DWORD dwError = GetLastError();
+        SetErrorMode(uPrevious);
+        SetLastError(dwError);
+    }
+
+    ~QuietLibrary()
+    {
+        if (m_hModule != nullptr)
+        {
+            const DWORD dwError = GetLastError();
+            FreeLibrary(m_hModule);
+            SetLastError(dwError);
+        }
+    }
+
+    QuietLibrary(const QuietLibrary&) = delete;
+    QuietLibrary& operator=(const QuietLibrary&) = delete;
+
+    // The function, or null with ERROR_MOD_NOT_FOUND / ERROR_PROC_NOT_FOUND as the last error.
+    template <typename Fn> Fn Find(const char* szName) const
+    {
+        if (m_hModule == nullptr)
+        {
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return nullptr;
+        }
+        FARPROC proc = GetProcAddress(m_hModule, szName);
+        if (proc == nullptr)
+        {
+            SetLastError(ERROR_PROC_NOT_FOUND);
+            return nullptr;
+        }
+        // Through the generic function type, which the compilers accept without a warning.
+        return reinterpret_cast<Fn>(reinterpret_cast<void (*)()>(proc));
+    }
+
+private:
+    HMODULE m_hModule;
+};
+
+// Session notifications come from the copy in the system folder only.
+bool SystemLibraryPath(const wchar_t* szName, wchar_t* szPath, UINT cchPath)
+{
+    const UINT cch = GetSystemDirectoryW(szPath, cchPath);
+    if (cch == 0 || cch >= cchPath)
+        return false;
+    const bool bSlash = szPath[cch - 1] == L'\\';
+    const size_t cchName = std::wcslen(szName);
+    if (cch + (bSlash ? 0 : 1) + cchName >= cchPath)
+        return false;
+    if (!bSlash)
+        std::wcscat(szPath, L"\\");
+    std::wcscat(szPath, szName);
+    return true;
+}
+
+BOOL WINAPI SysWTSQuerySessionInformationW(HANDLE hServer, DWORD dwSessionId, WTS_INFO_CLASS infoClass,
+                                           LPWSTR* ppBuffer, DWORD* pcbReturned)
+{
+    QuietLibrary lib(L"wtsapi32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSQuerySessionInformationW)>("WTSQuerySessionInformationW");
+    return pfn != nullptr ? pfn(hServer, dwSessionId, infoClass, ppBuffer, pcbReturned) : FALSE;
+}
+
+void WINAPI SysWTSFreeMemory(PVOID pMemory)
+{
+    QuietLibrary lib(L"wtsapi32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSFreeMemory)>("WTSFreeMemory");
+    if (pfn != nullptr)
+        pfn(pMemory);
+}
+
+BOOL WINAPI SysWTSEnumerateSessionsW(HANDLE hServer, DWORD dwReserved, DWORD dwVersion,
+                                     PWTS_SESSION_INFOW* ppSessionInfo, DWORD* pdwCount)
+{
+    QuietLibrary lib(L"wtsapi32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSEnumerateSessionsW)>("WTSEnumerateSessionsW");
+    return pfn != nullptr ? pfn(hServer, dwReserved, dwVersion, ppSessionInfo, pdwCount) : FALSE;
+}
+
+BOOL WINAPI SysWTSRegisterSessionNotification(HWND hWnd, DWORD dwFlags)
+{
+    wchar_t szPath[MAX_PATH];
+    if (!SystemLibraryPath(L"wtsapi32.dll", szPath, MAX_PATH))
+    {
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return FALSE;
+    }
+    QuietLibrary lib(szPath);
+    auto pfn =
+        lib.Find<decltype(KvSystemApi::pfnWTSRegisterSessionNotification)>("WTSRegisterSessionNotification");
+    return pfn != nullptr ? pfn(hWnd, dwFlags) : FALSE;
+}
+
+BOOL WINAPI SysWTSUnRegisterSessionNotification(HWND hWnd)
+{
+    wchar_t szPath[MAX_PATH];
+    if (!SystemLibraryPath(L"wtsapi32.dll", szPath, MAX_PATH))
+    {
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return FALSE;
+    }
+    QuietLibrary lib(szPath);
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSUnRegisterSessionNotification)>(
+        "WTSUnRegisterSessionNotification");
+    return pfn != nullptr ? pfn(hWnd) : FALSE;
+}
+
+BOOL WINAPI SysProcessIdToSessionId(DWORD dwProcessId, DWORD* pdwSessionId)
+{
+    QuietLibrary lib(L"Kernel32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnProcessIdToSessionId)>("ProcessIdToSessionId");
+    return pfn != nullptr ? pfn(dwProcessId, pdwSessionId) : FALSE;
+}
+
+DWORD WINAPI SysWTSGetActiveConsoleSessionId()
+{
+    QuietLibrary lib(L"Kernel32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSGetActiveConsoleSessionId)>("WTSGetActiveConsoleSessionId");
+    return pfn != nullptr ? pfn() : 0xFFFFFFFF;
+}
+
+LONG WINAPI SysRtlGetVersion(OSVERSIONINFOEXW* pVersion)
+{
+    QuietLibrary lib(L"ntdll.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnRtlGetVersion)>("RtlGetVersion");
+    // STATUS_NOT_IMPLEMENTED
+    return pfn != nullptr ? pfn(pVersion) : static_cast<LONG>(0xC0000002L);
+}
+
+BOOL WINAPI SysLockWorkStation()
+{
+    QuietLibrary lib(L"user32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnLockWorkStation)>("LockWorkStation");
+    return pfn != nullptr ? pfn() : FALSE;
+}
+
+BOOL WINAPI SysIsUserAnAdmin()
+{
+    QuietLibrary lib(L"shell32.dll");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnIsUserAnAdmin)>("IsUserAnAdmin");
+    return pfn != nullptr ? pfn() : FALSE;
+}
+
+BOOL SysGetInputDesktopName(wchar_t* szName, DWORD cchName)
+{
+    if (szName == nullptr || cchName == 0)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    szName[0] = L'\0';
+    HDESK hDesk = OpenInputDesktop(0, FALSE, DESKTOP_READOBJECTS);
+    if (hDesk == nullptr)
+        return FALSE;
+    DWORD cbNeeded = 0;
+    const BOOL bRead = GetUserObjectInformationW(hDesk, UOI_NAME, szName, cchName * sizeof(wchar_t), &cbNeeded);
+    const DWORD dwError = GetLastError();
+    CloseDesktop(hDesk);
+    if (!bRead)
+        szName[0] = L'\0';
+    szName[cchName - 1] = L'\0';
+    SetLastError(dwError);
+    return bRead;
+}
+
+BOOL SysGetScreenSaverRunning(BOOL* pbRunning)
+{
+    *pbRunning = FALSE;
+    return SystemParametersInfoW(SPI_GETSCREENSAVERRUNNING, 0, pbRunning, 0);
+}
+
+const KvSystemApi g_defaultSystemApi = {
+    SysWTSQuerySessionInformationW,
+    SysWTSFreeMemory,
+    SysWTSEnumerateSessionsW,
+    SysWTSRegisterSessionNotification,
+    SysWTSUnRegisterSessionNotification,
+    SysProcessIdToSessionId,
+    SysWTSGetActiveConsoleSessionId,
+    SysRtlGetVersion,
+    SysLockWorkStation,
+    ExitWindowsEx,
+    GetForegroundWindow,
+    SysIsUserAnAdmin,
+    SysGetInputDesktopName,
+    SysGetScreenSaverRunning,
+    OpenDesktopW,
+};
+
+std::atomic<const KvSystemApi*> g_pSystemApi{&g_defaultSystemApi};
+
+} // namespace
+
+const KvSystemApi& KvGetSystemApi()
+{
+    return *g_pSystemApi.load();
+}
+
+const KvSystemApi& KvDefaultSystemApi()
+{
+    return g_defaultSystemApi;
+}
+
+const KvSystemApi* KvSetSystemApi(const KvSystemApi* api)
+{
+    return g_pSystemApi.exchange(api != nullptr ? api : &g_defaultSystemApi);
+}
