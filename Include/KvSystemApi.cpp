@@ -133,7 +133,8 @@ BOOL WINAPI SysProcessIdToSessionId(DWORD dwProcessId, DWORD* pdwSessionId)
 DWORD WINAPI SysWTSGetActiveConsoleSessionId()
 {
     QuietLibrary lib(L"Kernel32.dll");
-    auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSGetActiveConsoleSessionId)>("WTSGetActiveConsoleSessionId");
+    auto pfn =
+        lib.Find<decltype(KvSystemApi::pfnWTSGetActiveConsoleSessionId)>("WTSGetActiveConsoleSessionId");
     return pfn != nullptr ? pfn() : 0xFFFFFFFF;
 }
 
@@ -171,7 +172,8 @@ BOOL SysGetInputDesktopName(wchar_t* szName, DWORD cchName)
     if (hDesk == nullptr)
         return FALSE;
     DWORD cbNeeded = 0;
-    const BOOL bRead = GetUserObjectInformationW(hDesk, UOI_NAME, szName, cchName * sizeof(wchar_t), &cbNeeded);
+    const BOOL bRead =
+        GetUserObjectInformationW(hDesk, UOI_NAME, szName, cchName * sizeof(wchar_t), &cbNeeded);
     const DWORD dwError = GetLastError();
     CloseDesktop(hDesk);
     if (!bRead)

@@ -1,0 +1,30 @@
+#include "UtilScreenSaver.h"
+
+#include "KvLogging.h"
+#include "KvSystemApi.h"
+
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::UtilScreenSaver));
+
+BOOL CALLBACK KillScreenSaverFunc(HWND hWnd, LPARAM /*lParam*/)
+{
+    if (IsWindowVisible(hWnd))
+    {
+        LOG4CXX_DEBUG(logger, L"Closing screen saver window hWnd=" << hWnd);
+        PostMessageW(hWnd, WM_CLOSE, 0, 0);
+    }
+    return TRUE;
+}
+
+void KillScreenSaver()
+{
+    KvLogBlock logBlock(logger, L"KillScreenSaver");
+    HDESK hDesk = KvGetSystemApi().pfnOpenDesktopW(L"Screen-saver", 0, FALSE,
+                                                   DESKTOP_READOBJECTS | DESKTOP_WRITEOBJECTS);
+    if (hDesk == nullptr)
+    {
+        LOG4CXX_DEBUG(logger, L"No screen saver desktop. Error = " << GetLastError());
+        return;
+    }
+    EnumDesktopWindows(hDesk, KillScreenSaverFunc, 0);
+    CloseDesktop(hDesk);
+}
