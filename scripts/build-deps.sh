@@ -53,7 +53,7 @@ ensure_deb_src() {
     # passed its Valid-Until date is still fine to fetch from.
     printf 'Types: deb-src\nURIs: %s\nSuites: %s\nComponents: main\nCheck-Valid-Until: no\nSigned-By: /usr/share/keyrings/debian-archive-keyring.gpg\n\n' "$u" "$suites"
   done > "$list"
-  apt-get update >/dev/null
+  apt-get update >/dev/null || { rm -f "$list"; log "apt-get update failed with the deb-src entries"; exit 1; }
 }
 
 fetch() {  # package version files...
