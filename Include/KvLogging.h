@@ -31,6 +31,7 @@ inline constexpr char UtilSettings[] = "UtilSettings";
 inline constexpr char UtilLog[] = "UtilLog";
 inline constexpr char UtilVersion[] = "UtilVersion";
 inline constexpr char UtilWTS[] = "UtilWTS";
+inline constexpr char KvSocket[] = "KvSocket";
 } // namespace KvLoggerName
 
 // A unit's logger, for its static initialisation:
