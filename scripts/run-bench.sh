@@ -9,10 +9,15 @@ build=${1:-$repo/build/win}
 [ $# -gt 0 ] && shift
 build=$(cd "$build" && pwd)
 
-exe=$build/bin/bench_logging.exe
-if [ ! -f "$exe" ]; then
-  echo "run-bench: $exe is missing; build the win preset first" >&2
-  exit 1
-fi
 cd "$build/bin"
-"$repo/cmake/wine-run.sh" --root="$build" "$exe" --benchmark_min_time=0.5 "$@"
+rc=0
+for name in bench_logging bench_socket; do
+  exe=$build/bin/$name.exe
+  if [ ! -f "$exe" ]; then
+    echo "run-bench: $exe is missing; build the win preset first" >&2
+    exit 1
+  fi
+  echo "== $name"
+  "$repo/cmake/wine-run.sh" --root="$build" "$exe" --benchmark_min_time=0.5 "$@" || rc=1
+done
+exit $rc
