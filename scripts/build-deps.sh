@@ -36,8 +36,9 @@ cd "$work/src"
 
 ensure_deb_src() {
   # apt-get source needs deb-src lines; derive them from the machine's own binary sources.
+  # Written afresh each time, so entries left by an older or failed run never linger.
   local list=/etc/apt/sources.list.d/kvnxst-src.sources
-  [ -f "$list" ] && return 0
+  rm -f "$list"
   local uris
   uris=$( { cat /etc/apt/sources.list /etc/apt/sources.list.d/*.sources 2>/dev/null || true; } \
          | sed -n -E 's/^URIs:[[:space:]]*//p; s/^deb[[:space:]]+(\[[^]]*\][[:space:]]+)?//p' \
