@@ -1,0 +1,98 @@
+#include "UtilFile.h"
+
+#include "KvLogging.h"
+
+#include <shellapi.h>
+
+#include <cwchar>
+
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::UtilFile));
+
+static_assert(sizeof(void*) != 8 || sizeof(SHELLEXECUTEINFOW) == 112, "SHELLEXECUTEINFOW layout");
+
+int GetAgentFolder(wchar_t* szFolder, DWORD cchFolder)
+{
+    KvLogBlock logBlock(logger, L"GetAgentFolder");
+    if (szFolder == nullptr || cchFolder < 2)
+        return 0;
+    szFolder[0] = L'\0';
+    wchar_t szModule[MAX_PATH] = {};
+    const DWORD cchModule = GetModuleFileNameW(nullptr, szModule, MAX_PATH);
+    if (cchModule == 0 || cchModule >= MAX_PATH)
+        return 0;
+    wchar_t* pSlash = std::wcsrchr(szModule, L'\\');
+    if (pSlash != nullptr)
+        pSlash[1] = L'\0';
+    else
+        szModule[0] = L'\0';
+    const size_t cch = std::wcslen(szModule);
+    const bool bSlash = cch > 0 && szModule[cch - 1] == L'\\';
+    if (cch + (bSlash ? 0 : 1) >= cchFolder)
+        return 0;
+    std::wcscpy(szFolder, szModule);
+    if (!bSlash)
+        std::wcscat(szFolder, L"\\");
+    return 1;
+}
+
+HMODULE Vexa_LoadLibrary(const wchar_t* szName)
+{
+    KvLogBlock logBlock(logger, L"Vexa_LoadLibrary");
+    LOG4CXX_INFO(logger, L"Vexa_LoadLibrary:" << (szName != nullptr ? szName : L""));
+    if (szName == nullptr || szName[0] == L'\0')
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+
+    wchar_t szPath[MAX_PATH];
+    if (!GetAgentFolder(szPath, MAX_PATH) || std::wcslen(szPath) + std::wcslen(szName) >= MAX_PATH)
+    {
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return nullptr;
+    }
+    std::wcscat(szPath, szName);
+
+    // A full path never searches; the altered search path lets the library find its own
+    // dependencies beside it rather than beside whoever started us.
+    HMODULE hModule = LoadLibraryExW(szPath, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    const DWORD dwError = hModule != nullptr ? 0 : GetLastError();
+    if (hModule == nullptr)
+        LOG4CXX_WARN(logger, L"LoadLibrary failed, path=" << szPath << L" error=" << dwError);
+    SetLastError(dwError);
+    return hModule;
+}
+
+int GetFileInformation(const wchar_t* szPath, WIN32_FIND_DATAW* pData)
+{
+    KvLogBlock logBlock(logger, L"GetFileInformation");
+    if (szPath == nullptr || szPath[0] == L'\0' || pData == nullptr)
+        return 0;
+    ZeroMemory(pData, sizeof *pData);
+    HANDLE hFind = FindFirstFileW(szPath, pData);
+    if (hFind == INVALID_HANDLE_VALUE)
+        return 0;
+    FindClose(hFind);
+    return 1;
+}
+
+BOOL KvShellExec(HWND hOwner, const wchar_t* szVerb, const wchar_t* szPath, const wchar_t* szParameters,
+                 const wchar_t* szDirectory)
+{
+    KvLogBlock logBlock(logger, L"KvShellExec");
+    LOG4CXX_INFO(logger, L"KvShellExec pszVerb=" << (szVerb != nullptr ? szVerb : L"") << L" pszPath="
+                                                 << (szPath != nullptr ? szPath : L"") << L" pszParameters="
+                                                 << (szParameters != nullptr ? szParameters : L"")
+                                                 << L" pszDirectory="
+                                                 << (szDirectory != nullptr ? szDirectory : L""));
+    SHELLEXECUTEINFOW info = {};
+    info.cbSize = sizeof info;
+    info.fMask = SEE_MASK_UNICODE;
+    info.hwnd = hOwner;
+    info.lpVerb = szVerb;
+    info.lpFile = szPath;
+    info.lpParameters = szParameters;
+    info.lpDirectory = szDirectory;
+    info.nShow = SW_SHOWNORMAL;
+    return ShellExecuteExW(&info);
+}

@@ -1,0 +1,138 @@
+#include "UtilService.h"
+
+#include "KvLogging.h"
+#include "UtilLog.h"
+
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::UtilService));
+
+namespace
+{
+
+constexpr wchar_t KV_SERVICE_NAME[] = L"kvnxsv";
+
+// Closes a manager or service handle on every way out.
+class ScHandle
+{
+public:
+    explicit ScHandle(SC_HANDLE h = nullptr) : m_h(h) {}
+    ~ScHandle()
+    {
+        if (m_h != nullptr)
+            CloseServiceHandle(m_h);
+    }
+    ScHandle(const ScHandle&) = delete;
+    ScHandle& operator=(const ScHandle&) = delete;
+    ScHandle& operator=(SC_HANDLE h)
+    {
+        if (m_h != nullptr)
+            CloseServiceHandle(m_h);
+        m_h = h;
+        return *this;
+    }
+    SC_HANDLE Get() const { return m_h; }
+    explicit operator bool() const { return m_h != nullptr; }
+
+private:
+    SC_HANDLE m_h;
+};
+
+} // namespace
+
+int IsServiceInstalled()
+{
+    KvLogBlock logBlock(logger, L"IsServiceInstalled");
+    int bInstalled = 0;
+    {
+        ScHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+        if (!hManager)
+        {
+            LogErrorMsg(L"Unable to connect to Service Control Manager (OpenSCManager).", GetLastError());
+        }
+        else
+        {
+            ScHandle hService(
+                OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
+            // Only "no such service" is a definite no; a refusal may still leave a narrower
+            // access open, and any open proves the service exists.
+            if (!hService && GetLastError() != ERROR_SERVICE_DOES_NOT_EXIST)
+            {
+                hService = OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS);
+                if (!hService)
+                    hService = OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_START);
+                if (!hService)
+                    LogErrorMsg(L"Unable to query service (OpenService).", GetLastError());
+            }
+            bInstalled = hService ? 1 : 0;
+        }
+    }
+    LOG4CXX_INFO(logger, L"IsServiceInstalled =" << bInstalled);
+    SetLastError(0);
+    return bInstalled;
+}
+
+int IsServiceRunning()
+{
+    KvLogBlock logBlock(logger, L"IsServiceRunning");
+    int bRunning = 0;
+    DWORD dwError = 0;
+    {
+        ScHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+        if (!hManager)
+        {
+            dwError = GetLastError();
+            LogErrorMsg(L"Unable to connect to Service Control Manager (OpenSCManager) (1).", dwError);
+        }
+        else
+        {
+            ScHandle hService(OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS));
+            if (!hService)
+            {
+                dwError = GetLastError();
+                if (dwError != ERROR_SERVICE_DOES_NOT_EXIST)
+                {
+                    hService = OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS);
+                    if (!hService)
+                    {
+                        dwError = GetLastError();
+                        LogErrorMsg(L"Unable to call OpenService (1).", dwError);
+                    }
+                }
+            }
+            if (hService)
+            {
+                SERVICE_STATUS status = {};
+                if (QueryServiceStatus(hService.Get(), &status))
+                {
+                    dwError = 0;
+                    bRunning = status.dwCurrentState == SERVICE_RUNNING ? 1 : 0;
+                }
+                else
+                {
+                    dwError = GetLastError();
+                    LogErrorMsg(L"Unable to Query Service Status (1).", dwError);
+                }
+            }
+        }
+    }
+    LOG4CXX_INFO(logger, L"IsServiceRunning =" << bRunning);
+    SetLastError(dwError == ERROR_IO_PENDING ? 0 : dwError);
+    return bRunning;
+}
+
+DWORD StartLocalKvnxsvService()
+{
+    KvLogBlock logBlock(logger, L"StartLocalKvnxsvService");
+    LOG4CXX_INFO(logger, L"StartLocalKvnxsvService");
+    DWORD dwError = 0;
+    {
+        ScHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+        ScHandle hService(hManager ? OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_START) : nullptr);
+        if (!hService || !StartServiceW(hService.Get(), 0, nullptr))
+            dwError = GetLastError();
+    }
+    if (dwError != 0)
+        LogErrorMsg(L"Unable to start service (StartService).", dwError);
+    LOG4CXX_INFO(logger, L"StartLocalKvnxsvService exit dwError=" << dwError);
+    SetLastError(dwError);
+    return dwError;
+}

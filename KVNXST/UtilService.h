@@ -1,0 +1,15 @@
+// The remote-control service as the Service Control Manager sees it.
+#pragma once
+
+#include <windows.h>
+
+// 1 when the service "kvnxsv" exists, also when only some kinds of access to it are allowed.
+// Clears the last error.
+int IsServiceInstalled();
+
+// 1 when the service is running. The last error says why not (ERROR_SERVICE_DOES_NOT_EXIST when
+// it is not installed), with ERROR_IO_PENDING reported as 0.
+int IsServiceRunning();
+
+// Asks the manager to start the service; returns the Windows error of the attempt (0: started).
+DWORD StartLocalKvnxsvService();
