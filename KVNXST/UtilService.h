@@ -13,3 +13,7 @@ int IsServiceRunning();
 
 // Asks the manager to start the service; returns the Windows error of the attempt (0: started).
 DWORD StartLocalKvnxsvService();
+
+// The port of the service's loopback link: the machine-wide REG_DWORD "Port" of the service's
+// settings when it can be read as 4 bytes, else uiPort, else (uiPort 0xFFFFFFFF: none given) 6129.
+unsigned int GetServicePort(unsigned int uiPort);
