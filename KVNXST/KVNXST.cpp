@@ -1,4 +1,6 @@
 // Entry point of the tray agent.
+#include "KVNXST.h"
+
 #include "KvLogText.h"
 #include "KvLogging.h"
 
@@ -27,7 +29,7 @@ void ConfigureLogging()
 
 } // namespace
 
-int WINAPI wWinMain(HINSTANCE /*hInstance*/, HINSTANCE /*hPrevInstance*/, LPWSTR lpCmdLine, int /*nCmdShow*/)
+int WINAPI wWinMain(HINSTANCE hInstance, HINSTANCE /*hPrevInstance*/, LPWSTR lpCmdLine, int /*nCmdShow*/)
 {
     ConfigureLogging();
     KvSetThreadName(L"main");
@@ -35,5 +37,7 @@ int WINAPI wWinMain(HINSTANCE /*hInstance*/, HINSTANCE /*hPrevInstance*/, LPWSTR
     KvLogBlock logBlock(logger, L"wWinMain");
     LOG4CXX_INFO(logger, L"lpCmdLine=" << (lpCmdLine != nullptr ? lpCmdLine : L""));
 
-    return 0;
+    const int nExitCode = AgentMain(hInstance, lpCmdLine);
+    LOG4CXX_INFO(logger, L"nExitCode=" << nExitCode);
+    return nExitCode;
 }

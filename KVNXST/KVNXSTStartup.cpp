@@ -1,0 +1,460 @@
+// The entry point's work after logging is set up: process-wide values, resource library, command
+// line, one-shot options, the resident mode and the desktop-state checks.
+#include "KVNXST.h"
+
+#include "ClientPermissionDialog.h"
+#include "DesktopOptions.h"
+#include "KvLogging.h"
+#include "KvSystemApi.h"
+#include "ProfileReg.h"
+#include "UtilScreenSaver.h"
+#include "UtilService.h"
+#include "UtilSettings.h"
+#include "UtilVersion.h"
+#include "UtilWTS.h"
+#include "ValidateCertDialog.h"
+
+#include <commctrl.h>
+
+#include <cwchar>
+#include <string>
+
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::KVNXST));
+
+HINSTANCE g_hInstance = nullptr;
+HINSTANCE g_hResInstance = nullptr;
+wchar_t g_szDesktopName[MAX_PATH] = {};
+wchar_t g_szUserName[MAX_PATH] = {};
+int g_bOneTimeSession = 0;
+HANDLE g_hStopEvent = nullptr;
+HANDLE g_hInstanceMapping = nullptr;
+int g_nExitCode = 0;
+int g_nDesktopState = KV_DESKTOP_STATE_UNUSABLE;
+
+namespace
+{
+
+constexpr wchar_t KV_RESOURCE_LIBRARY[] = L"KVNXSTRES.dll";
+
+// --- The tray window ----------------------------------------------------------------------------
+// The resident agent's window object is made and destroyed here and nowhere else. CTaskBarWindow is
+// not part of the agent yet: no window can be made, and the resident agent ends as it does when
+// the construction fails.
+
+class CTaskBarWindow;
+
+CTaskBarWindow* CreateTaskBarWindow(unsigned int uiPort)
+{
+    // The window's constructor logs the port it is given; until it exists, this does.
+    LOG4CXX_INFO(logger, L"uiPort=" << uiPort);
+    LOG4CXX_ERROR(logger, L"Cannot create the tray window: CTaskBarWindow is not part of this build.");
+    return nullptr;
+}
+
+void DestroyTaskBarWindow(CTaskBarWindow* pWindow)
+{
+    // Deletes the window object once it exists: tray icon, menu, handles, temporary files.
+    static_cast<void>(pWindow);
+}
+
+// -------------------------------------------------------------------------------------------------
+
+// The name of the calling thread's desktop into szName (MAX_PATH units); false, with szName empty,
+// when it cannot be read. The handle of the thread's own desktop is not closed: it is not ours, and
+// the system refuses to close it anyway.
+bool ReadThreadDesktopName(wchar_t* szName)
+{
+    szName[0] = L'\0';
+    HDESK hDesk = GetThreadDesktop(GetCurrentThreadId());
+    DWORD cbNeeded = 0;
+    if (hDesk == nullptr ||
+        !GetUserObjectInformationW(hDesk, UOI_NAME, szName, MAX_PATH * sizeof(wchar_t), &cbNeeded))
+    {
+        szName[0] = L'\0';
+        return false;
+    }
+    szName[MAX_PATH - 1] = L'\0';
+    return true;
+}
+
+// The folder of the running program, with its trailing backslash; empty when it cannot be read.
+std::wstring ProgramFolder()
+{
+    wchar_t szModule[MAX_PATH] = {};
+    const DWORD cch = GetModuleFileNameW(nullptr, szModule, MAX_PATH);
+    if (cch == 0 || cch >= MAX_PATH)
+        return std::wstring();
+    std::wstring folder(szModule, cch);
+    return folder.substr(0, folder.find_last_of(L'\\') + 1);
+}
+
+HMODULE LoadResourceFile(const std::wstring& path)
+{
+    if (path.size() >= MAX_PATH)
+        return nullptr;
+    HMODULE hModule =
+        LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+    if (hModule != nullptr)
+        LOG4CXX_INFO(logger, L"Resource library " << path);
+    else
+        LOG4CXX_DEBUG(logger, L"No resource library at " << path << L" Error = " << GetLastError());
+    return hModule;
+}
+
+// The desktop-bound options act on the desktop the user sees.
+void EnterInputDesktop(HDESK hInputDesktop)
+{
+    if (hInputDesktop != nullptr && !SetThreadDesktop(hInputDesktop))
+        LOG4CXX_WARN(logger, L"SetThreadDesktop failed. Error = " << GetLastError());
+}
+
+// Section "Desktop", key "Desktop" of the console-lock record file: where the console was when the
+// service asked.
+void RecordInputDesktop(const wchar_t* szInputDesktop)
+{
+    wchar_t szPath[MAX_PATH];
+    if (!KvConsoleLockDataPath(L"", szPath, MAX_PATH))
+        return;
+    // The file's folder may not exist yet; a profile write does not make it.
+    std::wstring folder(szPath);
+    folder.resize(folder.find_last_of(L'\\'));
+    if (!CreateDirectoryW(folder.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
+        LOG4CXX_WARN(logger, L"Cannot create " << folder << L". Error = " << GetLastError());
+    if (WritePrivateProfileStringW(L"Desktop", L"Desktop", szInputDesktop, szPath))
+        LOG4CXX_INFO(logger, L"Input desktop " << szInputDesktop << L" recorded in " << szPath);
+    else
+        LOG4CXX_WARN(logger, L"Cannot write " << szPath << L". Error = " << GetLastError());
+}
+
+void CloseStopEvent()
+{
+    if (g_hStopEvent != nullptr)
+    {
+        CloseHandle(g_hStopEvent);
+        g_hStopEvent = nullptr;
+    }
+}
+
+void RunMessageLoop()
+{
+    KvLogBlock logBlock(logger, L"RunMessageLoop");
+    MSG msg;
+    for (;;)
+    {
+        const BOOL bResult = GetMessageW(&msg, nullptr, 0, 0);
+        if (bResult == 0)
+            break;
+        if (bResult == -1)
+            continue;
+        TranslateMessage(&msg);
+        DispatchMessageW(&msg);
+    }
+}
+
+} // namespace
+
+int AgentMain(HINSTANCE hInstance, const wchar_t* lpCmdLine)
+{
+    KvLogBlock logBlock(logger, L"AgentMain");
+    const wchar_t* szCmdLine = lpCmdLine != nullptr ? lpCmdLine : L"";
+
+    g_ProfileReg.SetRootKey(HKEY_CURRENT_USER);
+    g_hInstance = hInstance;
+    InitCommonControls();
+
+    // Kept for the desktop-bound options; only "-ConsoleLock" closes it, the others leave the
+    // thread on it until the process ends.
+    HDESK hInputDesktop = OpenInputDesktop(0, FALSE, DESKTOP_READOBJECTS);
+    if (hInputDesktop == nullptr)
+        LOG4CXX_WARN(logger, L"OpenInputDesktop failed. Error = " << GetLastError());
+    ReadThreadDesktopName(g_szDesktopName);
+    DWORD cchUserName = MAX_PATH;
+    if (!GetUserNameW(g_szUserName, &cchUserName))
+    {
+        g_szUserName[0] = L'\0';
+        LOG4CXX_WARN(logger, L"GetUserNameW failed. Error = " << GetLastError());
+    }
+    LOG4CXX_INFO(logger, L"g_szDesktopName=" << g_szDesktopName << L" g_szUserName=" << g_szUserName);
+
+    SetLastError(0);
+    {
+        KvCProfileRegStorage language(&g_ProfileReg);
+        g_hResInstance = LoadResourceLibrary(&language);
+    }
+
+    unsigned int uiPort = 0;
+    if (!ParseServicePort(szCmdLine, &uiPort))
+        return 1;
+
+    if (g_hResInstance == nullptr)
+        g_hResInstance = g_hInstance;
+    g_nSessionId = GetSessionID();
+    LOG4CXX_INFO(logger, L"SessionID is " << g_nSessionId);
+
+    const KvCommandOption option = KvFindCommandOption(szCmdLine);
+    if (option != KvCommandOption::OneTimeSession && option != KvCommandOption::Resident)
+        return RunCommandOption(option, szCmdLine, hInputDesktop);
+    return RunResidentMode(uiPort);
+}
+
+int ParseServicePort(const wchar_t* lpCmdLine, unsigned int* puiPort)
+{
+    KvLogBlock logBlock(logger, L"ParseServicePort");
+    std::uint32_t uiPort = 0;
+    if (KvFindCommandOption(lpCmdLine) == KvCommandOption::OneTimeSession)
+    {
+        switch (KvParseOneTimePort(lpCmdLine, &uiPort))
+        {
+        case KvOneTimePortResult::NoBlank:
+            LOG4CXX_ERROR(logger, L"-onetimesession needs to followed by port parameter.");
+            return 0;
+        case KvOneTimePortResult::NotANumber:
+            LOG4CXX_ERROR(logger, L"Error converting one-time KVNXST port parameter.");
+            return 0;
+        case KvOneTimePortResult::Ok:
+            break;
+        }
+        g_bOneTimeSession = 1;
+        LOG4CXX_INFO(logger, L"Starting one-time KVNXSt on port: " << uiPort);
+    }
+    else
+    {
+        g_bOneTimeSession = 0;
+        uiPort = GetServicePort(KvCommandLinePort(lpCmdLine));
+    }
+    // Kept as given: the connection to the service then fails and says so.
+    if (!KvIsTcpPort(uiPort))
+        LOG4CXX_WARN(logger, L"uiPort=" << uiPort << L" is not a TCP port");
+    *puiPort = uiPort;
+    return 1;
+}
+
+int RunCommandOption(KvCommandOption option, const wchar_t* lpCmdLine, HDESK hInputDesktop)
+{
+    KvLogBlock logBlock(logger, L"RunCommandOption");
+    LOG4CXX_INFO(logger, L"Running " << KvCommandOptionName(option));
+    switch (option)
+    {
+    case KvCommandOption::Permission:
+    {
+        int nPort = 0;
+        int nAfType = 0;
+        if (!KvParsePermissionArguments(lpCmdLine, &nPort, &nAfType))
+        {
+            LOG4CXX_WARN(logger, L"-Permission needs a port and an address family.");
+            return 0;
+        }
+        return CreatePermissionDialog(nPort, nAfType) != 0 ? 1 : 0;
+    }
+    case KvCommandOption::SettingsAsApplication:
+        return DisplaySettingsDialog(nullptr, 0) != 0 ? 1 : 0;
+    case KvCommandOption::Settings:
+    {
+        // The settings may have changed the language since start-up.
+        KvCProfileRegStorage language(&g_ProfileReg);
+        HMODULE hReloaded = LoadResourceLibrary(&language);
+        if (hReloaded != nullptr)
+        {
+            if (g_hResInstance != nullptr && g_hResInstance != g_hInstance)
+                FreeLibrary(g_hResInstance);
+            g_hResInstance = hReloaded;
+        }
+        return DisplaySettingsDialog(nullptr, 1) != 0 ? 1 : 0;
+    }
+    case KvCommandOption::ValidateCert:
+        LOG4CXX_INFO(logger, L"Displaying ValidateCert dialog");
+        return ValidateCertDialog() ? 0 : 1;
+    case KvCommandOption::ConsoleLock:
+    {
+        EnterInputDesktop(hInputDesktop);
+        const int nResult = CheckDesktopStateCommandLine();
+        if (hInputDesktop != nullptr)
+            CloseDesktop(hInputDesktop);
+        return nResult;
+    }
+    case KvCommandOption::Logoff:
+        EnterInputDesktop(hInputDesktop);
+        return Logoff(0);
+    case KvCommandOption::LogoffForce:
+        EnterInputDesktop(hInputDesktop);
+        return Logoff(1);
+    case KvCommandOption::LockWorkstation:
+        EnterInputDesktop(hInputDesktop);
+        return LockWorkstation();
+    case KvCommandOption::OneTimeSession:
+    case KvCommandOption::Resident:
+        break;
+    }
+    LOG4CXX_ERROR(logger, L"Not a one-shot option: " << KvCommandOptionName(option));
+    return 1;
+}
+
+int RunResidentMode(unsigned int uiPort)
+{
+    KvLogBlock logBlock(logger, L"RunResidentMode");
+    if (KvIsSystemAccount(g_szUserName))
+    {
+        LOG4CXX_ERROR(logger, L"Not running as the system account: " << g_szUserName);
+        return KV_EXIT_CONSOLE_LOCKED;
+    }
+    // The mapping stays open on this way out too: the process ends at once and lets go of it then.
+    if (!g_bOneTimeSession && !CheckInstance())
+    {
+        LOG4CXX_WARN(logger, L"Another KVNXST already runs on desktop " << g_szDesktopName);
+        return KV_EXIT_ALREADY_RUNNING;
+    }
+
+    g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (g_hStopEvent == nullptr)
+        LOG4CXX_WARN(logger, L"CreateEventW failed. Error = " << GetLastError());
+
+    CTaskBarWindow* pWindow = CreateTaskBarWindow(uiPort);
+    if (pWindow == nullptr)
+    {
+        CloseInstanceMapping();
+        CloseStopEvent();
+        return KV_EXIT_NO_TRAY_WINDOW;
+    }
+
+    RunMessageLoop();
+
+    // Worker threads see the stop event before the window they report to goes away.
+    if (g_hStopEvent != nullptr)
+        SetEvent(g_hStopEvent);
+    Sleep(0);
+    Sleep(500);
+    Sleep(0);
+    DestroyTaskBarWindow(pWindow);
+    CloseInstanceMapping();
+    CloseStopEvent();
+    LOG4CXX_INFO(logger, L"g_nExitCode=" << g_nExitCode);
+    return g_nExitCode;
+}
+
+int CheckInstance()
+{
+    KvLogBlock logBlock(logger, L"CheckInstance");
+    wchar_t szDesktop[MAX_PATH];
+    const bool bNamed = ReadThreadDesktopName(szDesktop);
+    const std::wstring name = KvInstanceObjectName(bNamed ? szDesktop : nullptr);
+
+    SetLastError(0);
+    HANDLE hMapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY, 0, 4, name.c_str());
+    const DWORD dwError = GetLastError();
+    // A handle from an earlier call goes only after the new one is held, so it can never make the
+    // name look free.
+    CloseInstanceMapping();
+    g_hInstanceMapping = hMapping;
+
+    const int bFirst = hMapping != nullptr && dwError != ERROR_ALREADY_EXISTS ? 1 : 0;
+    LOG4CXX_INFO(logger, L"CheckInstance name=" << name << L" bFirst=" << bFirst << L" Error = " << dwError);
+    return bFirst;
+}
+
+void CloseInstanceMapping()
+{
+    if (g_hInstanceMapping != nullptr)
+    {
+        CloseHandle(g_hInstanceMapping);
+        g_hInstanceMapping = nullptr;
+    }
+}
+
+int CheckDesktopStateCommandLine()
+{
+    KvLogBlock logBlock(logger, L"CheckDesktopStateCommandLine");
+    const KvSystemApi& api = KvGetSystemApi();
+
+    BOOL bRunning = FALSE;
+    if (api.pfnGetScreenSaverRunning(&bRunning) && bRunning)
+    {
+        LOG4CXX_INFO(logger, L"Screen saver running, stopping it");
+        KillScreenSaver();
+        Sleep(0);
+        Sleep(500);
+        Sleep(0);
+        bRunning = FALSE;
+        if (api.pfnGetScreenSaverRunning(&bRunning) && bRunning)
+        {
+            LOG4CXX_WARN(logger, L"The screen saver could not be stopped.");
+            return KV_EXIT_SCREEN_SAVER_RUNNING;
+        }
+    }
+
+    wchar_t szInput[MAX_PATH];
+    if (!api.pfnGetInputDesktopName(szInput, MAX_PATH))
+    {
+        LOG4CXX_WARN(logger, L"Cannot read the input desktop. Error = " << GetLastError());
+        return KV_EXIT_CONSOLE_LOCKED;
+    }
+    LOG4CXX_INFO(logger, L"Input desktop " << szInput);
+    if (KvIsWinlogonDesktop(szInput))
+        return KV_EXIT_CONSOLE_LOCKED;
+    if (KvIsScreenSaverDesktop(szInput))
+        return KV_EXIT_CONSOLE_USABLE;
+
+    if (std::wcscmp(szInput, g_szDesktopName) != 0)
+    {
+        g_nDesktopState = KV_DESKTOP_STATE_UNUSABLE;
+        RecordInputDesktop(szInput);
+    }
+
+    if (IsWindows10OrGreater())
+        return isDesktopLockedWindows10() ? KV_EXIT_CONSOLE_LOCKED : KV_EXIT_CONSOLE_USABLE;
+    return IsSessionActive() == 1 ? KV_EXIT_CONSOLE_USABLE : KV_EXIT_CONSOLE_LOCKED;
+}
+
+int CheckDesktopState()
+{
+    KvLogBlock logBlock(logger, L"CheckDesktopState");
+    wchar_t szInput[MAX_PATH];
+    int nResult = KV_EXIT_CONSOLE_LOCKED;
+    if (KvGetSystemApi().pfnGetInputDesktopName(szInput, MAX_PATH))
+    {
+        // The session query can take a second; it is asked only when the desktop is the agent's.
+        if (!KvIsWinlogonDesktop(szInput) &&
+            (KvIsScreenSaverDesktop(szInput) ||
+             (std::wcscmp(szInput, g_szDesktopName) == 0 && IsSessionActive() != 0)))
+            nResult = KV_EXIT_CONSOLE_USABLE;
+        LOG4CXX_INFO(logger, L"Input desktop " << szInput << L" nResult=" << nResult);
+    }
+    else
+    {
+        LOG4CXX_WARN(logger, L"Cannot read the input desktop. Error = " << GetLastError());
+    }
+    g_nDesktopState = nResult == KV_EXIT_CONSOLE_USABLE ? KV_DESKTOP_STATE_USABLE : KV_DESKTOP_STATE_UNUSABLE;
+    return nResult;
+}
+
+HMODULE LoadResourceLibrary(ILanguageSettingsStorage* pLanguage)
+{
+    KvLogBlock logBlock(logger, L"LoadResourceLibrary");
+    const std::wstring language = pLanguage != nullptr ? pLanguage->GetLanguage() : std::wstring();
+    return LoadResourceLibraryFrom(ProgramFolder().c_str(), language.c_str());
+}
+
+HMODULE LoadResourceLibraryFrom(const wchar_t* szAgentFolder, const wchar_t* szLanguage)
+{
+    KvLogBlock logBlock(logger, L"LoadResourceLibraryFrom");
+    const std::wstring folder(szAgentFolder != nullptr ? szAgentFolder : L"");
+    if (folder.empty())
+        return nullptr;
+    if (szLanguage != nullptr && *szLanguage != L'\0')
+    {
+        if (KvIsLanguageCode(szLanguage))
+        {
+            HMODULE hModule =
+                LoadResourceFile(folder + L"Localization\\" + szLanguage + L"\\" + KV_RESOURCE_LIBRARY);
+            if (hModule != nullptr)
+                return hModule;
+        }
+        else
+        {
+            LOG4CXX_WARN(logger, L"Language code ignored: " << szLanguage);
+        }
+    }
+    HMODULE hModule = LoadResourceFile(folder + KV_RESOURCE_LIBRARY);
+    if (hModule == nullptr)
+        LOG4CXX_INFO(logger, L"No resource library; the agent's own resources apply");
+    return hModule;
+}
