@@ -205,6 +205,7 @@ const KvSystemApi g_defaultSystemApi = {
     SysGetInputDesktopName,
     SysGetScreenSaverRunning,
     OpenDesktopW,
+    EnumDesktopWindows,
 };
 
 std::atomic<const KvSystemApi*> g_pSystemApi{&g_defaultSystemApi};

@@ -68,9 +68,11 @@ struct KvSystemApi
     // SystemParametersInfoW(SPI_GETSCREENSAVERRUNNING): the call's result, *pbRunning set to
     // whether a screen saver runs.
     BOOL (*pfnGetScreenSaverRunning)(BOOL* pbRunning);
-    // OpenDesktopW, as KillScreenSaver uses it to reach the "Screen-saver" desktop. A test may
-    // answer with a desktop of its own to have its windows closed.
+    // OpenDesktopW, as KillScreenSaver uses it to reach the "Screen-saver" desktop.
     HDESK(WINAPI* pfnOpenDesktopW)(LPCWSTR lpszDesktop, DWORD dwFlags, BOOL fInherit, ACCESS_MASK dwAccess);
+    // EnumDesktopWindows, as KillScreenSaver walks that desktop. Under Wine the windows of a desktop
+    // that is not the input desktop never count as visible, so a test lists windows of its own.
+    BOOL(WINAPI* pfnEnumDesktopWindows)(HDESK hDesktop, WNDENUMPROC lpfn, LPARAM lParam);
 };
 
 // The table in use. Thread-safe to read; the entries are called from any thread.

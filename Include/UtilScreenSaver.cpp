@@ -18,13 +18,13 @@ BOOL CALLBACK KillScreenSaverFunc(HWND hWnd, LPARAM /*lParam*/)
 void KillScreenSaver()
 {
     KvLogBlock logBlock(logger, L"KillScreenSaver");
-    HDESK hDesk = KvGetSystemApi().pfnOpenDesktopW(L"Screen-saver", 0, FALSE,
-                                                   DESKTOP_READOBJECTS | DESKTOP_WRITEOBJECTS);
+    const KvSystemApi& api = KvGetSystemApi();
+    HDESK hDesk = api.pfnOpenDesktopW(L"Screen-saver", 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_WRITEOBJECTS);
     if (hDesk == nullptr)
     {
         LOG4CXX_DEBUG(logger, L"No screen saver desktop. Error = " << GetLastError());
         return;
     }
-    EnumDesktopWindows(hDesk, KillScreenSaverFunc, 0);
+    api.pfnEnumDesktopWindows(hDesk, KillScreenSaverFunc, 0);
     CloseDesktop(hDesk);
 }
