@@ -44,15 +44,18 @@ ensure_deb_src() {
          | sed -n -E 's/^URIs:[[:space:]]*//p; s/^deb[[:space:]]+(\[[^]]*\][[:space:]]+)?//p' \
          | sed -E 's/[[:space:]].*//' | grep -E '/debian(-security)?/?$' | sort -u || true)
   [ -n "$uris" ] || { log "no Debian apt source found to derive deb-src entries from"; exit 1; }
-  local u
+  local u stanza='Types: deb-src\nURIs: %s\nSuites: %s\nComponents: main\n%bSigned-By: /usr/share/keyrings/debian-archive-keyring.gpg\n\n'
   for u in $uris; do
     case "$u" in
-      *-security*) suites="bookworm-security" ;;
-      *) suites="bookworm sid" ;;
+      *-security*) printf "$stanza" "$u" bookworm-security "" ;;
+      *)
+        printf "$stanza" "$u" bookworm ""
+        # The pinned hashes vouch for the sources, so an archive snapshot whose sid Release file
+        # has passed its Valid-Until date is still fine to fetch from. (Only for sid: apt refuses
+        # a suite whose deb and deb-src entries disagree on this.)
+        printf "$stanza" "$u" sid 'Check-Valid-Until: no\n'
+        ;;
     esac
-    # The pinned hashes vouch for the sources, so an archive snapshot whose Release file has
-    # passed its Valid-Until date is still fine to fetch from.
-    printf 'Types: deb-src\nURIs: %s\nSuites: %s\nComponents: main\nCheck-Valid-Until: no\nSigned-By: /usr/share/keyrings/debian-archive-keyring.gpg\n\n' "$u" "$suites"
   done > "$list"
   apt-get update >/dev/null || { rm -f "$list"; log "apt-get update failed with the deb-src entries"; exit 1; }
 }
