@@ -41,12 +41,6 @@ struct FakeState
     LONG lVersionStatus = 0;
     DWORD dwMajor = 10, dwMinor = 0;
     WORD wServicePack = 0;
-    // Session notifications
-    HWND hRegistered = nullptr;
-    DWORD dwRegisterFlags = 0xFFFF;
-    BOOL bRegisterResult = TRUE;
-    // ProcessIdToSessionId
-    BOOL bSessionIdOk = TRUE;
 };
 
 FakeState g_fake;
@@ -109,32 +103,6 @@ LONG WINAPI FakeRtlGetVersion(OSVERSIONINFOEXW* p)
     return 0;
 }
 
-BOOL WINAPI FakeRegister(HWND hWnd, DWORD dwFlags)
-{
-    g_fake.hRegistered = hWnd;
-    g_fake.dwRegisterFlags = dwFlags;
-    return g_fake.bRegisterResult;
-}
-
-BOOL WINAPI FakeUnRegister(HWND hWnd)
-{
-    if (g_fake.hRegistered != hWnd)
-        return FALSE;
-    g_fake.hRegistered = nullptr;
-    return TRUE;
-}
-
-BOOL WINAPI FakeProcessIdToSessionId(DWORD dwProcessId, DWORD* pdwSessionId)
-{
-    if (!g_fake.bSessionIdOk || dwProcessId != GetCurrentProcessId())
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    *pdwSessionId = 5;
-    return TRUE;
-}
-
 // The extended session record as the system returns it.
 std::vector<BYTE> SessionRecord(DWORD dwLevel, LONG lFlags, size_t cb = sizeof(KV_WTSINFOEXW))
 {
@@ -168,9 +136,6 @@ protected:
         api.pfnWTSEnumerateSessionsW = FakeEnumerate;
         api.pfnWTSGetActiveConsoleSessionId = FakeConsole;
         api.pfnRtlGetVersion = FakeRtlGetVersion;
-        api.pfnWTSRegisterSessionNotification = FakeRegister;
-        api.pfnWTSUnRegisterSessionNotification = FakeUnRegister;
-        api.pfnProcessIdToSessionId = FakeProcessIdToSessionId;
         return api;
     }
 
@@ -214,13 +179,6 @@ TEST_F(WtsTest, ConsoleIdIsTheSecondAnswer)
     EXPECT_EQ(0, GetActiveConsoleID(&dwId));
     EXPECT_EQ(0xFFFFFFFFu, dwId);
     EXPECT_EQ(0u, GetLastError());
-}
-
-TEST_F(WtsTest, SessionIdOfThisProcessOrZero)
-{
-    EXPECT_EQ(5u, GetSessionID());
-    g_fake.bSessionIdOk = FALSE;
-    EXPECT_EQ(0u, GetSessionID());
 }
 
 TEST_F(WtsTest, ActiveSessionIsTheFirstActiveOne)
@@ -337,20 +295,6 @@ TEST_F(WtsTest, LockStateUnknownIsUnlockedAndLogged)
     g_fake.dwQueryError = ERROR_ACCESS_DENIED;
     EXPECT_FALSE(Locked());
     EXPECT_EQ(3u, kvtest::CountContaining(log.Lines(), "ERROR|"));
-}
-
-// --- Session notifications and the shell
-
-TEST_F(WtsTest, NotificationsAreForThisSessionOnly)
-{
-    HWND hWnd = reinterpret_cast<HWND>(static_cast<INT_PTR>(0x1234));
-    EXPECT_EQ(1, RegisterSessionNotification(hWnd));
-    EXPECT_EQ(hWnd, g_fake.hRegistered);
-    EXPECT_EQ(static_cast<DWORD>(NOTIFY_FOR_THIS_SESSION), g_fake.dwRegisterFlags);
-    EXPECT_EQ(1, UnRegisterSessionNotification(hWnd));
-    EXPECT_EQ(0, UnRegisterSessionNotification(hWnd));
-    g_fake.bRegisterResult = FALSE;
-    EXPECT_EQ(0, RegisterSessionNotification(hWnd));
 }
 
 // --- Versions
