@@ -424,6 +424,12 @@ TEST_F(Startup, DesktopStateIsUsableOnTheAgentsOwnActiveDesktopOrTheScreenSaver)
             << Narrow(c.szInput);
     }
 
+    // The logon desktop never counts as usable, not even for an agent that runs on it.
+    g_fake = FakeSystem();
+    g_fake.inputDesktop = L"Winlogon";
+    wcscpy_s(g_szDesktopName, L"Winlogon");
+    EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, CheckDesktopState());
+
     g_fake = FakeSystem();
     g_fake.dwInputDesktopError = ERROR_ACCESS_DENIED;
     EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, CheckDesktopState());
