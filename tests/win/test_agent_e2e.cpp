@@ -177,7 +177,7 @@ TEST(AgentCommandLine, PortFromTheLineTheServiceOrTheDefault)
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
     ServicePortValue port;
-    ASSERT_TRUE(port.Open());
+    ASSERT_TRUE(port.Opened());
 
     port.Remove();
     AgentRun run = agent.RunOnOwnDesktop(L"5000");
@@ -206,7 +206,7 @@ TEST(AgentCommandLine, BadInputEndsInTheDocumentedModeLogged)
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
     ServicePortValue port;
-    ASSERT_TRUE(port.Open());
+    ASSERT_TRUE(port.Opened());
     port.Remove();
 
     struct Case
@@ -248,4 +248,35 @@ TEST(AgentCommandLine, AgentKnowsItsDesktopAndSession)
     EXPECT_TRUE(run.Has("|g_szDesktopName=" + Narrow(desktop.Name()) + " g_szUserName=")) << run.log;
     EXPECT_TRUE(run.Has("|SessionID is 1")) << run.log;
     EXPECT_NE(ThisDesktopName(), Narrow(desktop.Name()));
+}
+
+TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
+{
+    AgentFolder agent;
+    ASSERT_TRUE(agent.Ready());
+    ASSERT_TRUE(CreateDirectoryW((agent.Path() + L"Localization").c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryW((agent.Path() + L"Localization\\fr").c_str(), nullptr));
+    ASSERT_TRUE(CopyFileW((ModuleFolder() + L"KVNXSTRES.dll").c_str(),
+                          (agent.Path() + L"Localization\\fr\\KVNXSTRES.dll").c_str(), FALSE));
+    const std::string french =
+        "|Resource library " + Narrow(agent.Path()) + "Localization\\fr\\KVNXSTRES.dll";
+    const std::string english = "|Resource library " + Narrow(agent.Path()) + "KVNXSTRES.dll";
+    LanguageValue language;
+    ASSERT_TRUE(language.Opened());
+
+    ASSERT_TRUE(language.SetText(L"fr"));
+    AgentRun run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, run.Count(french)) << run.log;
+    EXPECT_EQ(0u, run.Count(english)) << run.log;
+    // "-Settings" loads it again through the same store.
+    run = agent.Run(L"-Settings");
+    EXPECT_EQ(2u, run.Count(french)) << run.log;
+
+    ASSERT_TRUE(language.SetText(L"de"));
+    run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, run.Count(english)) << run.log;
+
+    language.Remove();
+    run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, run.Count(english)) << run.log;
 }

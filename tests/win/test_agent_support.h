@@ -144,54 +144,81 @@ private:
     bool m_bReady = false;
 };
 
-// The service's machine-wide "Port" value, changed by a test and put back as it was at the end.
-class ServicePortValue
+// A registry value changed by a test and put back as it was at the end.
+class SavedRegistryValue
 {
 public:
-    ServicePortValue() = default;
-    ~ServicePortValue()
+    SavedRegistryValue(HKEY hRoot, const wchar_t* szSubKey, const wchar_t* szName) : m_name(szName)
+    {
+        if (RegCreateKeyExW(hRoot, szSubKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_hKey, nullptr) !=
+            ERROR_SUCCESS)
+        {
+            m_hKey = nullptr;
+            return;
+        }
+        DWORD cb = 0;
+        m_bHad = RegQueryValueExW(m_hKey, m_name.c_str(), nullptr, &m_dwType, nullptr, &cb) == ERROR_SUCCESS;
+        m_saved.resize(cb);
+        if (m_bHad && cb != 0)
+            RegQueryValueExW(m_hKey, m_name.c_str(), nullptr, &m_dwType, m_saved.data(), &cb);
+    }
+    ~SavedRegistryValue()
     {
         if (m_hKey == nullptr)
             return;
         if (m_bHad)
-            RegSetValueExW(m_hKey, L"Port", 0, m_dwType, m_saved.data(), static_cast<DWORD>(m_saved.size()));
+            RegSetValueExW(m_hKey, m_name.c_str(), 0, m_dwType, m_saved.data(),
+                           static_cast<DWORD>(m_saved.size()));
         else
-            RegDeleteValueW(m_hKey, L"Port");
+            RegDeleteValueW(m_hKey, m_name.c_str());
         RegCloseKey(m_hKey);
     }
-    ServicePortValue(const ServicePortValue&) = delete;
-    ServicePortValue& operator=(const ServicePortValue&) = delete;
+    SavedRegistryValue(const SavedRegistryValue&) = delete;
+    SavedRegistryValue& operator=(const SavedRegistryValue&) = delete;
 
-    bool Open()
-    {
-        if (RegCreateKeyExW(HKEY_LOCAL_MACHINE,
-                            L"SOFTWARE\\Kestrova Development\\Vexa Remote Control Service\\Settings", 0,
-                            nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_hKey, nullptr) != ERROR_SUCCESS)
-        {
-            m_hKey = nullptr;
-            return false;
-        }
-        DWORD cb = 0;
-        m_bHad = RegQueryValueExW(m_hKey, L"Port", nullptr, &m_dwType, nullptr, &cb) == ERROR_SUCCESS;
-        m_saved.resize(cb);
-        if (m_bHad && cb != 0)
-            RegQueryValueExW(m_hKey, L"Port", nullptr, &m_dwType, m_saved.data(), &cb);
-        return true;
-    }
-
+    bool Opened() const { return m_hKey != nullptr; }
     bool Set(DWORD dwType, const void* pData, DWORD cbData)
     {
-        return RegSetValueExW(m_hKey, L"Port", 0, dwType, static_cast<const BYTE*>(pData), cbData) ==
+        return RegSetValueExW(m_hKey, m_name.c_str(), 0, dwType, static_cast<const BYTE*>(pData), cbData) ==
                ERROR_SUCCESS;
     }
-    bool SetDword(DWORD dwPort) { return Set(REG_DWORD, &dwPort, sizeof dwPort); }
-    void Remove() { RegDeleteValueW(m_hKey, L"Port"); }
+    bool SetDword(DWORD dw) { return Set(REG_DWORD, &dw, sizeof dw); }
+    bool SetText(const std::wstring& text)
+    {
+        return Set(REG_SZ, text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+    }
+    void Remove() { RegDeleteValueW(m_hKey, m_name.c_str()); }
 
 private:
     HKEY m_hKey = nullptr;
+    std::wstring m_name;
     bool m_bHad = false;
     DWORD m_dwType = 0;
     std::vector<BYTE> m_saved;
+};
+
+// The service's machine-wide port setting.
+class ServicePortValue : public SavedRegistryValue
+{
+public:
+    ServicePortValue()
+        : SavedRegistryValue(HKEY_LOCAL_MACHINE,
+                             L"SOFTWARE\\Kestrova Development\\Vexa Remote Control Service\\Settings",
+                             L"Port")
+    {
+    }
+};
+
+// The user's interface language as the agent's language store keeps it.
+class LanguageValue : public SavedRegistryValue
+{
+public:
+    LanguageValue()
+        : SavedRegistryValue(HKEY_CURRENT_USER,
+                             L"Software\\Kestrova Development\\Vexa Remote Control Service\\Settings",
+                             L"LangUI")
+    {
+    }
 };
 
 } // namespace kvtest

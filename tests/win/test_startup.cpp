@@ -232,7 +232,7 @@ TEST_F(Startup, CheckInstanceHoldsAnObjectNamedAfterTheThreadsDesktop)
 TEST_F(Startup, MachineWidePortWinsOnlyAsAFourByteDword)
 {
     ServicePortValue port;
-    ASSERT_TRUE(port.Open());
+    ASSERT_TRUE(port.Opened());
 
     port.Remove();
     EXPECT_EQ(5000u, GetServicePort(5000));
@@ -268,7 +268,7 @@ TEST_F(Startup, MachineWidePortWinsOnlyAsAFourByteDword)
 TEST_F(Startup, OneTimePortIsNeverLookedUp)
 {
     ServicePortValue port;
-    ASSERT_TRUE(port.Open());
+    ASSERT_TRUE(port.Opened());
     ASSERT_TRUE(port.SetDword(7000));
 
     unsigned int uiPort = 0;
