@@ -22,10 +22,21 @@ trap 'exit 130' INT TERM
 # First free display from :90 upwards.
 display=90
 while [ -e "/tmp/.X11-unix/X$display" ] || [ -e "/tmp/.X$display-lock" ]; do display=$((display + 1)); done
-Xvfb ":$display" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 &
+xvfb_log=$(mktemp)
+Xvfb ":$display" -screen 0 1280x1024x24 -nolisten tcp >"$xvfb_log" 2>&1 &
 xvfb_pid=$!
-for _ in $(seq 50); do [ -e "/tmp/.X11-unix/X$display" ] && break; sleep 0.1; done
-[ -e "/tmp/.X11-unix/X$display" ] || { echo "with-display: Xvfb did not start" >&2; exit 1; }
+# A loaded machine can take seconds for the first start (keymap compilation).
+for _ in $(seq 300); do
+  [ -e "/tmp/.X11-unix/X$display" ] && break
+  kill -0 "$xvfb_pid" 2>/dev/null || break
+  sleep 0.1
+done
+if [ ! -e "/tmp/.X11-unix/X$display" ]; then
+  echo "with-display: Xvfb did not start:" >&2
+  cat "$xvfb_log" >&2
+  exit 1
+fi
+rm -f "$xvfb_log"
 export DISPLAY=":$display"
 
 . "$here/wine-env.sh"
