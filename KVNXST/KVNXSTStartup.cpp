@@ -222,9 +222,6 @@ int ParseServicePort(const wchar_t* lpCmdLine, unsigned int* puiPort)
         g_bOneTimeSession = 0;
         uiPort = GetServicePort(KvCommandLinePort(lpCmdLine));
     }
-    // Kept as given: the connection to the service then fails and says so.
-    if (!KvIsTcpPort(uiPort))
-        LOG4CXX_WARN(logger, L"uiPort=" << uiPort << L" is not a TCP port");
     *puiPort = uiPort;
     return 1;
 }
@@ -308,6 +305,9 @@ int RunResidentMode(unsigned int uiPort)
     if (g_hStopEvent == nullptr)
         LOG4CXX_WARN(logger, L"CreateEventW failed. Error = " << GetLastError());
 
+    // Kept as given: the connection to the service then fails and says so.
+    if (!KvIsTcpPort(uiPort))
+        LOG4CXX_WARN(logger, L"uiPort=" << uiPort << L" is not a TCP port");
     CTaskBarWindow* pWindow = CreateTaskBarWindow(uiPort);
     if (pWindow == nullptr)
     {
