@@ -14,16 +14,6 @@ namespace
 {
 
 const char kNoTrayWindow[] = "Cannot create the tray window: CTaskBarWindow is not part of this build.";
-const char kOneTimeNoBlank[] = "-onetimesession needs to followed by port parameter.";
-const char kOneTimeNotANumber[] = "Error converting one-time KVNXST port parameter.";
-
-std::string ThisDesktopName()
-{
-    wchar_t sz[MAX_PATH] = {};
-    DWORD cb = 0;
-    GetUserObjectInformationW(GetThreadDesktop(GetCurrentThreadId()), UOI_NAME, sz, sizeof sz, &cb);
-    return Narrow(sz);
-}
 
 } // namespace
 
@@ -31,107 +21,106 @@ TEST(AgentCommandLine, OneShotOptionsReachTheirModeWithTheirArguments)
 {
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
-
-    AgentRun run = agent.Run(L"-Permission 5000 2");
-    EXPECT_EQ(0u, run.dwExitCode) << run.log;
-    EXPECT_EQ(1u, run.CountMessage("INFO", "ClientPermissionDialog", "nPort=5000 nAfType=2")) << run.log;
-
-    run = agent.Run(L"-Invitation 5001 23");
-    EXPECT_EQ(0u, run.dwExitCode) << run.log;
-    EXPECT_EQ(1u, run.CountMessage("INFO", "ClientPermissionDialog", "nPort=5001 nAfType=23")) << run.log;
-
-    // Earlier rows of the table win over later ones, wherever they stand in the line.
-    run = agent.Run(L"cert -ValidateCert -Permission 5002 2");
-    EXPECT_EQ(0u, run.dwExitCode) << run.log;
-    // The port is the token after the line's first blank, wherever the option stands.
-    EXPECT_EQ(1u, run.CountMessage("INFO", "ClientPermissionDialog", "nPort=0 nAfType=0")) << run.log;
-    EXPECT_FALSE(run.Has("Displaying ValidateCert dialog")) << run.log;
-
-    run = agent.Run(L"-Permission");
-    EXPECT_EQ(0u, run.dwExitCode) << run.log;
-    EXPECT_EQ(1u, run.CountMessage("WARN", "KVNXST", "-Permission needs a port and an address family."))
-        << run.log;
-    EXPECT_FALSE(run.Has("CreatePermissionDialog entering.")) << run.log;
-
-    run = agent.Run(L"C:\\cert.der -ValidateCert now");
-    EXPECT_EQ(1u, run.dwExitCode) << run.log;
-    EXPECT_EQ(1u, run.CountMessage("INFO", "KVNXST", "Displaying ValidateCert dialog")) << run.log;
-    EXPECT_TRUE(run.Has("|ValidateCertSession entering.")) << run.log;
-
-    // The settings editor is missing beside the agent: both settings modes fail with 0. Only
-    // "-Settings" reloads the resource library before.
-    run = agent.Run(L"-SettingsAsApplication");
-    EXPECT_EQ(0u, run.dwExitCode) << run.log;
-    EXPECT_TRUE(run.Has(" bService=0")) << run.log;
-    EXPECT_EQ(1u, run.Count("|Resource library ")) << run.log;
-
-    run = agent.Run(L"-Settings");
-    EXPECT_EQ(0u, run.dwExitCode) << run.log;
-    EXPECT_TRUE(run.Has(" bService=1")) << run.log;
-    EXPECT_EQ(2u, run.Count("|Resource library ")) << run.log;
-
-    // Under Wine the input desktop is this one, unlocked.
-    run = agent.Run(L"-ConsoleLock");
-    EXPECT_EQ(Code(KV_EXIT_CONSOLE_USABLE), run.dwExitCode) << run.log;
-    EXPECT_EQ(1u, run.CountMessage("INFO", "KVNXST", "Running -ConsoleLock")) << run.log;
-}
-
-TEST(AgentCommandLine, AnythingElseIsTheTrayAgent)
-{
-    AgentFolder agent;
-    ASSERT_TRUE(agent.Ready());
-    for (const wchar_t* szCmdLine :
-         {L"-Settings extra", L"-Logoffx", L"-logoff", L"-CONSOLELOCK", L"-permission 1 2"})
+    const struct
     {
-        const AgentRun run = agent.RunOnOwnDesktop(szCmdLine);
-        EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << Narrow(szCmdLine) << "\n" << run.log;
-        EXPECT_EQ(1u, run.CountMessage("ERROR", "KVNXST", kNoTrayWindow)) << run.log;
-        EXPECT_FALSE(run.Has("|Running ")) << run.log;
-        EXPECT_FALSE(run.Has("bService=")) << run.log;
-        EXPECT_FALSE(run.Has("bForce=")) << run.log;
+        const wchar_t* szCmdLine;
+        int nExitCode;
+        const char* szLogger;
+        const char* szMessage; // exact
+    } cases[] = {
+        {L"-Permission 5000 2", 0, "ClientPermissionDialog", "nPort=5000 nAfType=2"},
+        {L"-Invitation 5001 23", 0, "ClientPermissionDialog", "nPort=5001 nAfType=23"},
+        // An earlier row wins; its numbers come after the line's first blank, wherever it stands.
+        {L"cert -ValidateCert -Permission 5002 2", 0, "ClientPermissionDialog", "nPort=0 nAfType=0"},
+        {L"-Permission", 0, "KVNXST", "-Permission needs a port and an address family."},
+        {L"C:\\cert.der -ValidateCert now", 1, "KVNXST", "Displaying ValidateCert dialog"},
+        // No settings editor beside the agent: both settings modes fail.
+        {L"-SettingsAsApplication", 0, "KVNXST", "Running -SettingsAsApplication"},
+        {L"-Settings", 0, "KVNXST", "Running -Settings"},
+        // Under Wine the input desktop is the test's own, unlocked.
+        {L"-ConsoleLock", KV_EXIT_CONSOLE_USABLE, "KVNXST", "Running -ConsoleLock"},
+    };
+    for (const auto& c : cases)
+    {
+        const AgentRun run = agent.Run(c.szCmdLine);
+        EXPECT_EQ(Code(c.nExitCode), run.dwExitCode) << Narrow(c.szCmdLine) << "\n" << run.log;
+        EXPECT_EQ(1u, run.CountMessage("INFO", c.szLogger, c.szMessage) +
+                          run.CountMessage("WARN", c.szLogger, c.szMessage))
+            << run.log;
+        EXPECT_EQ(0u, run.Count("|uiPort=")) << run.log;
+        // "-Settings" alone reloads the resource library before the editor.
+        const std::wstring line(c.szCmdLine);
+        if (line == L"-Settings" || line == L"-SettingsAsApplication")
+        {
+            const bool bService = line == L"-Settings";
+            EXPECT_EQ(1u, run.Count(bService ? " bService=1" : " bService=0")) << run.log;
+            EXPECT_EQ(bService ? 2u : 1u, run.Count("|Resource library ")) << run.log;
+        }
     }
 }
 
-TEST(AgentCommandLine, OneTimeSessionNeedsAPort)
+TEST(AgentCommandLine, AnythingElseIsTheTrayAgentEvenBadInput)
 {
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
+    SavedSetting port(HKEY_LOCAL_MACHINE, L"Port");
+    ASSERT_TRUE(port.Opened());
+    port.Remove();
+    const struct
+    {
+        std::wstring cmdLine;
+        const char* szPortWarning;
+    } cases[] = {
+        {L"-Settings extra", "uiPort=0 is not a TCP port"},
+        {L"-Logoffx", "uiPort=0 is not a TCP port"},
+        {L"-logoff", "uiPort=0 is not a TCP port"},
+        {std::wstring(32000, L'x'), "uiPort=0 is not a TCP port"},
+        {L"99999999999", "uiPort=2147483647 is not a TCP port"},
+        {L"-5", "uiPort=4294967291 is not a TCP port"},
+        {L"0x10", "uiPort=0 is not a TCP port"},
+        {L"\xFF15\xFF10\xFF10\xFF10", "uiPort=0 is not a TCP port"},
+        {L"-onetimesession 99999999999", "uiPort=4294967295 is not a TCP port"},
+    };
+    for (const auto& c : cases)
+    {
+        const std::string shown = Narrow(c.cmdLine.substr(0, 30));
+        const AgentRun run = agent.RunAlone(c.cmdLine);
+        EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << shown << "\n" << run.log.substr(0, 3000);
+        EXPECT_EQ(1u, run.CountMessage("ERROR", "KVNXST", kNoTrayWindow)) << shown;
+        EXPECT_EQ(1u, run.CountMessage("WARN", "KVNXST", c.szPortWarning)) << shown;
+        EXPECT_EQ(1u, run.Count("|lpCmdLine=" + Narrow(c.cmdLine))) << shown;
+        EXPECT_EQ(0u, run.Count("|Running ")) << shown;
+    }
+}
 
+TEST(AgentCommandLine, OneTimeSessionNeedsAPortAndSkipsTheInstanceCheck)
+{
+    AgentFolder agent;
+    ASSERT_TRUE(agent.Ready());
     AgentRun run = agent.Run(L"-onetimesession");
     EXPECT_EQ(1u, run.dwExitCode) << run.log;
-    EXPECT_EQ(1u, run.CountMessage("ERROR", "KVNXST", kOneTimeNoBlank)) << run.log;
-    EXPECT_FALSE(run.Has("SessionID is")) << run.log;
-
+    EXPECT_EQ(1u,
+              run.CountMessage("ERROR", "KVNXST", "-onetimesession needs to followed by port parameter."));
     for (const wchar_t* szCmdLine : {L"-onetimesession 0", L"-onetimesession abc", L"-onetimesession 0x10",
-                                     L"-onetimesession \xFF16\xFF12\xFF10\xFF10", L"-onetimesession "})
+                                     L"-onetimesession \xFF16\xFF12\xFF10\xFF10"})
     {
         run = agent.Run(szCmdLine);
         EXPECT_EQ(1u, run.dwExitCode) << Narrow(szCmdLine) << "\n" << run.log;
-        EXPECT_EQ(1u, run.CountMessage("ERROR", "KVNXST", kOneTimeNotANumber)) << run.log;
-        EXPECT_FALSE(run.Has("SessionID is")) << run.log;
+        EXPECT_EQ(1u,
+                  run.CountMessage("ERROR", "KVNXST", "Error converting one-time KVNXST port parameter."));
+        EXPECT_EQ(0u, run.Count("SessionID is")) << run.log;
     }
-}
 
-TEST(AgentCommandLine, OneTimeSessionSkipsTheInstanceCheck)
-{
-    AgentFolder agent;
-    ASSERT_TRUE(agent.Ready());
+    // Another agent already holds the desktop: a one-time agent runs all the same, an ordinary one not.
     TestDesktop desktop;
-    ASSERT_NE(nullptr, desktop.Handle());
-    const std::wstring startupName = desktop.StartupName();
-    // Another agent already holds this desktop.
     HANDLE hOther = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READONLY, 0, 4,
                                        KvInstanceObjectName(desktop.Name().c_str()).c_str());
     ASSERT_NE(nullptr, hOther);
-
-    AgentRun run = agent.Run(L"-onetimesession 6200", &startupName);
+    run = agent.Run(L"-onetimesession 6200", desktop.Name());
     EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << run.log;
     EXPECT_EQ(1u, run.CountMessage("INFO", "KVNXST", "Starting one-time KVNXSt on port: 6200")) << run.log;
-    EXPECT_TRUE(run.Has("|uiPort=6200")) << run.log;
-    EXPECT_FALSE(run.Has("CheckInstance")) << run.log;
-    EXPECT_FALSE(run.Has("GetServicePort")) << run.log;
-
-    run = agent.Run(L"6200", &startupName);
+    EXPECT_EQ(0u, run.Count("CheckInstance")) << run.log;
+    run = agent.Run(L"6200", desktop.Name());
     EXPECT_EQ(Code(KV_EXIT_ALREADY_RUNNING), run.dwExitCode) << run.log;
     CloseHandle(hOther);
 }
@@ -142,141 +131,68 @@ TEST(AgentCommandLine, OneAgentPerDesktopNotPerSession)
     ASSERT_TRUE(agent.Ready());
     TestDesktop first;
     TestDesktop second;
-    ASSERT_NE(nullptr, first.Handle());
-    ASSERT_NE(nullptr, second.Handle());
-    const std::wstring firstName = first.StartupName();
-    const std::wstring secondName = second.StartupName();
 
-    // The first agent on "first" holds its desktop through the agent's own check.
-    std::thread(
-        [&]
-        {
-            ASSERT_TRUE(first.SetOnThisThread());
-            ASSERT_EQ(1, CheckInstance());
-        })
-        .join();
+    // The first agent on "first" holds it through the agent's own check, in this process.
+    std::thread([&] { ASSERT_TRUE(first.SetOnThisThread() && CheckInstance() == 1); }).join();
     ASSERT_NE(nullptr, g_hInstanceMapping);
 
-    AgentRun run = agent.Run(L"5000", &firstName);
+    AgentRun run = agent.Run(L"5000", first.Name());
     EXPECT_EQ(Code(KV_EXIT_ALREADY_RUNNING), run.dwExitCode) << run.log;
-    EXPECT_TRUE(run.Has("|Another KVNXST already runs on desktop " + Narrow(first.Name()))) << run.log;
-    EXPECT_FALSE(run.Has("|uiPort=5000")) << run.log;
-
-    run = agent.Run(L"5000", &secondName);
+    EXPECT_EQ(1u, run.Count("|Another KVNXST already runs on desktop " + Narrow(first.Name()))) << run.log;
+    run = agent.Run(L"5000", second.Name());
     EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << run.log;
-    EXPECT_TRUE(run.Has("|uiPort=")) << run.log;
 
-    // Once the first agent has gone, its desktop takes a new one.
     CloseInstanceMapping();
-    run = agent.Run(L"5000", &firstName);
+    run = agent.Run(L"5000", first.Name());
     EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << run.log;
 }
 
-TEST(AgentCommandLine, PortFromTheLineTheServiceOrTheDefault)
+TEST(AgentCommandLine, PortFromTheServiceSettingElseTheLineElseTheDefault)
 {
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
-    ServicePortValue port;
+    SavedSetting port(HKEY_LOCAL_MACHINE, L"Port");
     ASSERT_TRUE(port.Opened());
 
     port.Remove();
-    AgentRun run = agent.RunOnOwnDesktop(L"5000");
-    EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << run.log;
-    EXPECT_TRUE(run.Has("|uiPort=5000")) << run.log;
-    run = agent.RunOnOwnDesktop(L"");
-    EXPECT_TRUE(run.Has("|uiPort=6129")) << run.log;
-
+    EXPECT_EQ(1u, agent.RunAlone(L"5000").Count("|uiPort=5000"));
+    EXPECT_EQ(1u, agent.RunAlone(L"").Count("|uiPort=6129"));
     ASSERT_TRUE(port.SetDword(7000));
-    run = agent.RunOnOwnDesktop(L"5000");
-    EXPECT_TRUE(run.Has("|uiPort=7000")) << run.log;
-    run = agent.RunOnOwnDesktop(L"");
-    EXPECT_TRUE(run.Has("|uiPort=7000")) << run.log;
-    run = agent.RunOnOwnDesktop(L"-onetimesession 6200");
-    EXPECT_TRUE(run.Has("|uiPort=6200")) << run.log;
-
-    const wchar_t sz7000[] = L"7000";
-    ASSERT_TRUE(port.Set(REG_SZ, sz7000, sizeof sz7000));
-    run = agent.RunOnOwnDesktop(L"5000");
-    EXPECT_TRUE(run.Has("|uiPort=5000")) << run.log;
-    EXPECT_EQ(1u, run.Count("WARN|UtilService|")) << run.log;
-}
-
-TEST(AgentCommandLine, BadInputEndsInTheDocumentedModeLogged)
-{
-    AgentFolder agent;
-    ASSERT_TRUE(agent.Ready());
-    ServicePortValue port;
-    ASSERT_TRUE(port.Opened());
-    port.Remove();
-
-    struct Case
-    {
-        std::wstring cmdLine;
-        std::string portLine;
-    };
-    const Case cases[] = {
-        {std::wstring(32000, L'x'), "uiPort=0 is not a TCP port"},
-        {std::wstring(32000, L'9'), "uiPort=2147483647 is not a TCP port"},
-        {L"99999999999", "uiPort=2147483647 is not a TCP port"},
-        {L"-5", "uiPort=4294967291 is not a TCP port"},
-        {L"0x10", "uiPort=0 is not a TCP port"},
-        {L"\xFF15\xFF10\xFF10\xFF10", "uiPort=0 is not a TCP port"},
-        {L"-Logoffx", "uiPort=0 is not a TCP port"},
-        {L"-onetimesession 99999999999", "uiPort=4294967295 is not a TCP port"},
-        {L"-onetimesession -5", "uiPort=4294967291 is not a TCP port"},
-    };
-    for (const Case& c : cases)
-    {
-        const std::string shown = Narrow(c.cmdLine.substr(0, 40));
-        const AgentRun run = agent.RunOnOwnDesktop(c.cmdLine);
-        ASSERT_TRUE(run.bStarted) << shown;
-        EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << shown << "\n" << run.log.substr(0, 4000);
-        EXPECT_EQ(1u, run.CountMessage("WARN", "KVNXST", c.portLine)) << shown << "\n"
-                                                                      << run.log.substr(0, 4000);
-        EXPECT_EQ(1u, run.Count("|lpCmdLine=" + Narrow(c.cmdLine))) << shown;
-        EXPECT_TRUE(run.Has("|wWinMain exiting.")) << shown;
-    }
-}
-
-TEST(AgentCommandLine, AgentKnowsItsDesktopAndSession)
-{
-    AgentFolder agent;
-    ASSERT_TRUE(agent.Ready());
-    TestDesktop desktop;
-    const std::wstring startupName = desktop.StartupName();
-    const AgentRun run = agent.Run(L"-onetimesession 6200", &startupName);
-    EXPECT_TRUE(run.Has("|g_szDesktopName=" + Narrow(desktop.Name()) + " g_szUserName=")) << run.log;
-    EXPECT_TRUE(run.Has("|SessionID is 1")) << run.log;
-    EXPECT_NE(ThisDesktopName(), Narrow(desktop.Name()));
+    EXPECT_EQ(1u, agent.RunAlone(L"5000").Count("|uiPort=7000"));
+    EXPECT_EQ(1u, agent.RunAlone(L"").Count("|uiPort=7000"));
+    EXPECT_EQ(1u, agent.RunAlone(L"-onetimesession 6200").Count("|uiPort=6200"));
+    ASSERT_TRUE(port.SetText(L"7000"));
+    EXPECT_EQ(1u, agent.RunAlone(L"5000").Count("|uiPort=5000"));
 }
 
 TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
 {
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
-    ASSERT_TRUE(CreateDirectoryW((agent.Path() + L"Localization").c_str(), nullptr));
-    ASSERT_TRUE(CreateDirectoryW((agent.Path() + L"Localization\\fr").c_str(), nullptr));
-    ASSERT_TRUE(CopyFileW((ModuleFolder() + L"KVNXSTRES.dll").c_str(),
-                          (agent.Path() + L"Localization\\fr\\KVNXSTRES.dll").c_str(), FALSE));
-    const std::string french =
-        "|Resource library " + Narrow(agent.Path()) + "Localization\\fr\\KVNXSTRES.dll";
-    const std::string english = "|Resource library " + Narrow(agent.Path()) + "KVNXSTRES.dll";
-    LanguageValue language;
+    const std::wstring res = ModuleFolder() + L"KVNXSTRES.dll";
+    for (const wchar_t* szFolder : {L"Localization", L"Localization\\fr", L"fr"})
+        ASSERT_TRUE(CreateDirectoryW((agent.Path() + szFolder).c_str(), nullptr));
+    ASSERT_TRUE(CopyFileW(res.c_str(), (agent.Path() + L"Localization\\fr\\KVNXSTRES.dll").c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(res.c_str(), (agent.Path() + L"fr\\KVNXSTRES.dll").c_str(), FALSE));
+    const std::string loaded = "|Resource library " + Narrow(agent.Path());
+    SavedSetting language(HKEY_CURRENT_USER, L"LangUI");
     ASSERT_TRUE(language.Opened());
 
     ASSERT_TRUE(language.SetText(L"fr"));
-    AgentRun run = agent.Run(L"-onetimesession 6200");
-    EXPECT_EQ(1u, run.Count(french)) << run.log;
-    EXPECT_EQ(0u, run.Count(english)) << run.log;
-    // "-Settings" loads it again through the same store.
-    run = agent.Run(L"-Settings");
-    EXPECT_EQ(2u, run.Count(french)) << run.log;
-
-    ASSERT_TRUE(language.SetText(L"de"));
-    run = agent.Run(L"-onetimesession 6200");
-    EXPECT_EQ(1u, run.Count(english)) << run.log;
-
+    EXPECT_EQ(1u, agent.Run(L"-onetimesession 6200").Count(loaded + "Localization\\fr\\KVNXSTRES.dll"));
+    EXPECT_EQ(2u, agent.Run(L"-Settings").Count(loaded + "Localization\\fr\\KVNXSTRES.dll"));
+    // No such translation, or a code that would leave the folder: the English library beside the agent.
+    for (const wchar_t* szCode : {L"de", L"..\\fr"})
+    {
+        ASSERT_TRUE(language.SetText(szCode));
+        const AgentRun run = agent.Run(L"-onetimesession 6200");
+        EXPECT_EQ(1u, run.Count(loaded + "KVNXSTRES.dll")) << run.log;
+        EXPECT_EQ(1u, run.Count("|Resource library ")) << run.log;
+    }
+    // No library at all: the agent's own module serves, and it runs on.
     language.Remove();
-    run = agent.Run(L"-onetimesession 6200");
-    EXPECT_EQ(1u, run.Count(english)) << run.log;
+    ASSERT_TRUE(DeleteFileW((agent.Path() + L"KVNXSTRES.dll").c_str()));
+    const AgentRun run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, run.CountMessage("INFO", "KVNXST", "No resource library; the agent's own resources apply"));
+    EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode);
 }

@@ -1,11 +1,8 @@
 // Shared by the start-up tests: the built agent run from a folder of its own with a TRACE log,
-// desktops of the tests' own, and a safe system table for tests that call the agent's code in
-// process.
+// desktops of the tests' own, and registry values put back after a test.
 #pragma once
 
 #include "test_logging_support.h"
-
-#include "KvSystemApi.h"
 
 #include <windows.h>
 
@@ -23,8 +20,8 @@ inline DWORD Code(int n)
     return static_cast<DWORD>(n);
 }
 
-// A desktop of the test's own in the current window station, closed at the end. An agent started
-// on it has its own single-instance object, so tests running side by side do not meet.
+// A desktop of the test's own in the current window station. An agent on it has its own
+// single-instance object, so runs of different tests never meet.
 class TestDesktop
 {
 public:
@@ -43,7 +40,8 @@ public:
     TestDesktop(const TestDesktop&) = delete;
     TestDesktop& operator=(const TestDesktop&) = delete;
 
-    HDESK Handle() const { return m_hDesk; }
+    bool Created() const { return m_hDesk != nullptr; }
+    const std::wstring& Name() const { return m_name; }
     // Moves the calling thread (without windows) onto the desktop, through a handle of its own: Wine
     // closes a thread's desktop handle when the thread ends.
     bool SetOnThisThread() const
@@ -51,9 +49,6 @@ public:
         HDESK hDesk = OpenDesktopW(m_name.c_str(), 0, FALSE, GENERIC_ALL);
         return hDesk != nullptr && SetThreadDesktop(hDesk);
     }
-    const std::wstring& Name() const { return m_name; }
-    // For STARTUPINFO's desktop field.
-    std::wstring StartupName() const { return L"WinSta0\\" + m_name; }
 
 private:
     std::wstring m_name;
@@ -62,62 +57,56 @@ private:
 
 struct AgentRun
 {
-    bool bStarted = false;
     DWORD dwExitCode = 0xDEADBEEF;
     std::string log;
     std::vector<std::string> lines;
 
-    bool Has(const std::string& part) const { return CountContaining(lines, part) != 0; }
     size_t Count(const std::string& part) const { return CountContaining(lines, part); }
-
     // Lines of that level and logger whose message is exactly text.
     size_t CountMessage(const std::string& level, const std::string& logger, const std::string& text) const
     {
-        size_t n = 0;
         const std::string head = level + "|" + logger + "|";
         const std::string tail = "|" + text;
+        size_t n = 0;
         for (const std::string& line : lines)
             n += line.rfind(head, 0) == 0 && line.size() >= tail.size() &&
-                         line.compare(line.size() - tail.size(), tail.size(), tail) == 0
-                     ? 1
-                     : 0;
+                 line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
         return n;
     }
 };
 
 // A copy of the built agent and its resource library in a temporary folder on drive C:, with a
-// TRACE configuration that writes "level|logger|thread|place|message" lines. Runs start in that
-// folder, so the console-lock record lands at C:\kvnxs.
+// TRACE configuration writing "level|logger|thread|place|message" lines. Runs start in that folder,
+// so the console-lock record lands at C:\kvnxs.
 class AgentFolder
 {
 public:
     AgentFolder() : m_exe(m_folder.Path() + L"KVNXST.exe"), m_log(m_folder.Path() + L"agent.log")
     {
-        m_bReady = CopyFileW((ModuleFolder() + L"KVNXST.exe").c_str(), m_exe.c_str(), FALSE) != FALSE &&
+        m_bReady = CopyFileW((ModuleFolder() + L"KVNXST.exe").c_str(), m_exe.c_str(), FALSE) &&
                    CopyFileW((ModuleFolder() + L"KVNXSTRES.dll").c_str(),
-                             (m_folder.Path() + L"KVNXSTRES.dll").c_str(), FALSE) != FALSE;
+                             (m_folder.Path() + L"KVNXSTRES.dll").c_str(), FALSE);
         WriteTextFile(m_folder.Path() + L"KVNXST.Logging.xml", LogConfigXml(m_log, "TRACE"));
     }
 
     bool Ready() const { return m_bReady; }
     const std::wstring& Path() const { return m_folder.Path(); }
 
-    // Runs the agent with arguments on desktop (STARTUPINFO form, nullptr: the test's own) and
-    // waits for it. A run that hangs is ended with 999.
-    AgentRun Run(const std::wstring& arguments, const std::wstring* desktop = nullptr) const
+    // Runs the agent on the named desktop (empty: the test's own) and waits for it; a run that hangs
+    // is ended with 999.
+    AgentRun Run(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
     {
         AgentRun run;
         DeleteFileW(m_log.c_str());
         std::wstring commandLine = L"\"" + m_exe + L"\" " + arguments;
-        std::wstring desktopName = desktop != nullptr ? *desktop : std::wstring();
+        std::wstring startupDesktop = L"WinSta0\\" + desktop;
         STARTUPINFOW si = {};
         si.cb = sizeof si;
-        si.lpDesktop = desktop != nullptr ? &desktopName[0] : nullptr;
+        si.lpDesktop = desktop.empty() ? nullptr : &startupDesktop[0];
         PROCESS_INFORMATION pi = {};
         if (!CreateProcessW(m_exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
                             m_folder.Path().c_str(), &si, &pi))
             return run;
-        run.bStarted = true;
         if (WaitForSingleObject(pi.hProcess, 60000) != WAIT_OBJECT_0)
             TerminateProcess(pi.hProcess, 999);
         GetExitCodeProcess(pi.hProcess, &run.dwExitCode);
@@ -128,13 +117,12 @@ public:
         return run;
     }
 
-    // Runs on a fresh desktop of the test's own.
-    AgentRun RunOnOwnDesktop(const std::wstring& arguments) const
+    // Runs on a fresh desktop, where no other agent can be.
+    AgentRun RunAlone(const std::wstring& arguments) const
     {
         TestDesktop desktop;
-        EXPECT_NE(nullptr, desktop.Handle());
-        const std::wstring name = desktop.StartupName();
-        return Run(arguments, &name);
+        EXPECT_TRUE(desktop.Created());
+        return Run(arguments, desktop.Name());
     }
 
 private:
@@ -144,37 +132,35 @@ private:
     bool m_bReady = false;
 };
 
-// A registry value changed by a test and put back as it was at the end.
-class SavedRegistryValue
+// A registry value under the product's "Settings" key, changed by a test and put back at the end:
+// the service's "Port" (HKLM) or the user's "LangUI" (HKCU).
+class SavedSetting
 {
 public:
-    SavedRegistryValue(HKEY hRoot, const wchar_t* szSubKey, const wchar_t* szName) : m_name(szName)
+    SavedSetting(HKEY hRoot, const wchar_t* szName) : m_name(szName)
     {
-        if (RegCreateKeyExW(hRoot, szSubKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_hKey, nullptr) !=
-            ERROR_SUCCESS)
-        {
+        if (RegCreateKeyExW(hRoot, L"Software\\Kestrova Development\\Vexa Remote Control Service\\Settings",
+                            0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_hKey, nullptr) != ERROR_SUCCESS)
             m_hKey = nullptr;
-            return;
-        }
         DWORD cb = 0;
-        m_bHad = RegQueryValueExW(m_hKey, m_name.c_str(), nullptr, &m_dwType, nullptr, &cb) == ERROR_SUCCESS;
+        m_bHad = m_hKey != nullptr &&
+                 RegQueryValueExW(m_hKey, szName, nullptr, &m_dwType, nullptr, &cb) == ERROR_SUCCESS;
         m_saved.resize(cb);
         if (m_bHad && cb != 0)
-            RegQueryValueExW(m_hKey, m_name.c_str(), nullptr, &m_dwType, m_saved.data(), &cb);
+            RegQueryValueExW(m_hKey, szName, nullptr, &m_dwType, m_saved.data(), &cb);
     }
-    ~SavedRegistryValue()
+    ~SavedSetting()
     {
         if (m_hKey == nullptr)
             return;
         if (m_bHad)
-            RegSetValueExW(m_hKey, m_name.c_str(), 0, m_dwType, m_saved.data(),
-                           static_cast<DWORD>(m_saved.size()));
+            Set(m_dwType, m_saved.data(), static_cast<DWORD>(m_saved.size()));
         else
-            RegDeleteValueW(m_hKey, m_name.c_str());
+            Remove();
         RegCloseKey(m_hKey);
     }
-    SavedRegistryValue(const SavedRegistryValue&) = delete;
-    SavedRegistryValue& operator=(const SavedRegistryValue&) = delete;
+    SavedSetting(const SavedSetting&) = delete;
+    SavedSetting& operator=(const SavedSetting&) = delete;
 
     bool Opened() const { return m_hKey != nullptr; }
     bool Set(DWORD dwType, const void* pData, DWORD cbData)
@@ -183,10 +169,7 @@ public:
                ERROR_SUCCESS;
     }
     bool SetDword(DWORD dw) { return Set(REG_DWORD, &dw, sizeof dw); }
-    bool SetText(const std::wstring& text)
-    {
-        return Set(REG_SZ, text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-    }
+    bool SetText(const wchar_t* sz) { return Set(REG_SZ, sz, static_cast<DWORD>((wcslen(sz) + 1) * 2)); }
     void Remove() { RegDeleteValueW(m_hKey, m_name.c_str()); }
 
 private:
@@ -195,30 +178,6 @@ private:
     bool m_bHad = false;
     DWORD m_dwType = 0;
     std::vector<BYTE> m_saved;
-};
-
-// The service's machine-wide port setting.
-class ServicePortValue : public SavedRegistryValue
-{
-public:
-    ServicePortValue()
-        : SavedRegistryValue(HKEY_LOCAL_MACHINE,
-                             L"SOFTWARE\\Kestrova Development\\Vexa Remote Control Service\\Settings",
-                             L"Port")
-    {
-    }
-};
-
-// The user's interface language as the agent's language store keeps it.
-class LanguageValue : public SavedRegistryValue
-{
-public:
-    LanguageValue()
-        : SavedRegistryValue(HKEY_CURRENT_USER,
-                             L"Software\\Kestrova Development\\Vexa Remote Control Service\\Settings",
-                             L"LangUI")
-    {
-    }
 };
 
 } // namespace kvtest
