@@ -247,7 +247,7 @@ int RunCommandOption(KvCommandOption option, const wchar_t* lpCmdLine, HDESK hIn
         return DisplaySettingsDialog(nullptr, 0) != 0 ? 1 : 0;
     case KvCommandOption::Settings:
     {
-        // The settings may have changed the language since start-up.
+        // The editor is shown with the resource library of the stored language.
         KvCProfileRegStorage language(&g_ProfileReg);
         HMODULE hReloaded = LoadResourceLibrary(&language);
         if (hReloaded != nullptr)
