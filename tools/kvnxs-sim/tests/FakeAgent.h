@@ -3,33 +3,24 @@
 #pragma once
 
 #include "KvRecordCodec.h"
-#include "KvServiceMessages.h"
+#include "SimRecords.h"
 
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <vector>
 
 namespace kvsim_test
 {
 
-using Bytes = std::vector<std::uint8_t>;
-
-template <typename T> Bytes ToBytes(const T& rec)
-{
-    return Bytes(KvBytes(rec), KvBytes(rec) + sizeof(T));
-}
+using kvsim::Bytes;
+using kvsim::ToBytes;
 
 class FakeAgent
 {
 public:
     // Called with every answer before it goes out; may change, drop or add bytes.
     std::function<void(std::uint32_t receivedType, Bytes& answer)> bend;
-
     std::uint32_t permissionPort = 0;
-    std::uint32_t permissionAf = 0;
     bool exitRequested = false;
-    std::vector<std::uint32_t> received;
     std::vector<Bytes> records; // everything the service sent, whole
 
     // Bytes from the service in, the agent's answers out (in order, concatenated).
@@ -38,30 +29,20 @@ public:
         Bytes out;
         m_decoder.Feed(data, size);
         // Like the agent: an unknown id is skipped and the next one read.
-        for (KvRecordDecoder::Event ev = m_decoder.Next();
-             ev.status == KvDecodeStatus::Record || ev.status == KvDecodeStatus::UnknownId;
+        for (auto ev = m_decoder.Next(); ev.status == KvDecodeStatus::Record || ev.status == KvDecodeStatus::UnknownId;
              ev = m_decoder.Next())
         {
             if (ev.status == KvDecodeStatus::UnknownId)
                 continue;
-            const std::uint32_t type = KvReadU32(ev.record.data());
-            received.push_back(type);
             records.push_back(ev.record);
-            for (Bytes answer : Answer(type, ev.record))
+            for (Bytes answer : Answer(ev.dwType, ev.record))
             {
                 if (bend)
-                    bend(type, answer);
+                    bend(ev.dwType, answer);
                 out.insert(out.end(), answer.begin(), answer.end());
             }
         }
         return out;
-    }
-
-    static Bytes UserInformation(std::uint32_t type)
-    {
-        MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
-        KvBuildDesktopUserInformation(info, type, u"alice", u"Default", KV_DESKTOP_OPENED);
-        return ToBytes(info);
     }
 
 private:
@@ -85,14 +66,18 @@ private:
         }
         case MSG_TYPE_TRAYICON_SETTINGS:
         case MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION:
-            return {UserInformation(MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION)};
+        {
+            MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
+            KvBuildDesktopUserInformation(info, MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION, u"alice", u"Default",
+                                          KV_DESKTOP_OPENED);
+            return {ToBytes(info)};
+        }
         case MSG_TYPE_TRAYICON_DESKTOP_EFFECTS:
             return {ToBytes(KvBuildDesktopEffectsAck(KvReadU32(rec.data() + 4)))};
         case MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE:
             return {ToBytes(KvBuildTypeOnly(MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE))};
         case MSG_TYPE_TRAYICON_PERMISSION:
             permissionPort = KvReadU32(rec.data() + 4);
-            permissionAf = KvReadU32(rec.data() + 8);
             return {};
         case MSG_TYPE_TRAYICON_EXIT:
             exitRequested = true;
