@@ -1,145 +1,76 @@
-// The session mutexes: created here, by another process, by nobody, and blocked by another object.
+// The session mutexes: held here, by another process, by nobody, and blocked by another object.
+// The names are fixed, so these tests run one at a time (CMakeLists.txt).
 #include "SimultanousSessionMutex.h"
 #include "test_log_capture.h"
 
 #include <gtest/gtest.h>
-
-#include <string>
-
-using kvtest::LogCapture;
 
 namespace
 {
 
 const char kLogger[] = "SimultanousSessionMutex";
 
-std::wstring Unique(const wchar_t* szPrefix)
+TEST(SessionMutexTest, EachKindMarksOnlyItselfWhileHeld)
 {
-    return std::wstring(szPrefix) + std::to_wstring(GetCurrentProcessId());
-}
-
-// session_holder.exe, beside this program, holding a session mutex until released.
-class SessionHolder
-{
-public:
-    explicit SessionHolder(const wchar_t* szKind)
-        : m_readyName(Unique(L"KvTestHolderReady-")), m_releaseName(Unique(L"KvTestHolderRelease-")),
-          m_hReady(CreateEventW(nullptr, TRUE, FALSE, m_readyName.c_str())),
-          m_hRelease(CreateEventW(nullptr, TRUE, FALSE, m_releaseName.c_str()))
+    kvtest::LogCapture log;
+    for (bool bOti : {true, false})
     {
-        std::wstring cmd = L"\"" + kvtest::ModuleFolder() + L"session_holder.exe\" " + szKind + L" " +
-                           m_readyName + L" " + m_releaseName;
-        STARTUPINFOW si = {};
-        si.cb = sizeof(si);
-        if (CreateProcessW(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &m_pi))
-            CloseHandle(m_pi.hThread);
+        {
+            CSimultanousSessionMutex session(bOti);
+            ASSERT_NE(nullptr, session.GetHandle());
+            EXPECT_EQ(bOti, IsOtiSessionInProgress());
+            EXPECT_EQ(!bOti, IsLocalSessionInProgress());
+        }
+        EXPECT_FALSE(IsOtiSessionInProgress()) << bOti;
+        EXPECT_FALSE(IsLocalSessionInProgress()) << bOti;
     }
-
-    ~SessionHolder()
-    {
-        Release();
-        CloseHandle(m_hReady);
-        CloseHandle(m_hRelease);
-    }
-
-    SessionHolder(const SessionHolder&) = delete;
-    SessionHolder& operator=(const SessionHolder&) = delete;
-
-    // True once the mutex is held.
-    bool WaitReady()
-    {
-        if (m_pi.hProcess == nullptr)
-            return false;
-        HANDLE handles[2] = {m_hReady, m_pi.hProcess};
-        return WaitForMultipleObjects(2, handles, FALSE, 30000) == WAIT_OBJECT_0;
-    }
-
-    // Lets the holder go and returns its exit code.
-    DWORD Release()
-    {
-        DWORD dwExit = 0xFFFFFFFF;
-        if (m_pi.hProcess == nullptr)
-            return dwExit;
-        SetEvent(m_hRelease);
-        WaitForSingleObject(m_pi.hProcess, 30000);
-        GetExitCodeProcess(m_pi.hProcess, &dwExit);
-        CloseHandle(m_pi.hProcess);
-        m_pi.hProcess = nullptr;
-        return dwExit;
-    }
-
-private:
-    std::wstring m_readyName;
-    std::wstring m_releaseName;
-    HANDLE m_hReady;
-    HANDLE m_hRelease;
-    PROCESS_INFORMATION m_pi = {};
-};
-
-TEST(SessionMutexTest, NoSessionWhenNoMutexExists)
-{
-    LogCapture log;
-    EXPECT_FALSE(IsOtiSessionInProgress());
-    EXPECT_FALSE(IsLocalSessionInProgress());
-    EXPECT_EQ(2u, log.Count("DEBUG", kLogger, "Session existence checked, exist = 0"));
-}
-
-TEST(SessionMutexTest, OwnMutexMarksItsKindOnlyUntilDestroyed)
-{
-    LogCapture log;
-    {
-        CSimultanousSessionMutex oti(true);
-        ASSERT_NE(nullptr, oti.GetHandle());
-        EXPECT_TRUE(IsOtiSessionInProgress());
-        EXPECT_FALSE(IsLocalSessionInProgress());
-    }
-    EXPECT_FALSE(IsOtiSessionInProgress());
-    {
-        CSimultanousSessionMutex local(false);
-        ASSERT_NE(nullptr, local.GetHandle());
-        EXPECT_TRUE(IsLocalSessionInProgress());
-        EXPECT_FALSE(IsOtiSessionInProgress());
-    }
-    EXPECT_FALSE(IsLocalSessionInProgress());
-
-    EXPECT_EQ(2u, log.Count("DEBUG", kLogger, "Session starting..."));
-    EXPECT_EQ(2u, log.Count("DEBUG", kLogger, "Session terminated..."));
     EXPECT_EQ(2u, log.Count("DEBUG", kLogger, "Session existence checked, exist = 1"));
-    EXPECT_EQ(4u, log.Count("DEBUG", kLogger, "Session existence checked, exist = 0"));
+    EXPECT_EQ(6u, log.Count("DEBUG", kLogger, "Session existence checked, exist = 0"));
 }
 
 TEST(SessionMutexTest, MutexOfAnotherProcessCounts)
 {
-    SessionHolder holder(L"local");
-    ASSERT_TRUE(holder.WaitReady());
+    // session_holder.exe holds the local mutex, then signals the inherited event.
+    SECURITY_ATTRIBUTES sa = {sizeof(sa), nullptr, TRUE};
+    HANDLE hReady = CreateEventW(&sa, TRUE, FALSE, nullptr);
+    std::wstring cmd = L"\"" + kvtest::ModuleFolder() + L"session_holder.exe\" " +
+                       std::to_wstring(reinterpret_cast<UINT_PTR>(hReady));
+    STARTUPINFOW si = {};
+    si.cb = sizeof(si);
+    PROCESS_INFORMATION pi = {};
+    ASSERT_TRUE(CreateProcessW(nullptr, &cmd[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi));
+    HANDLE wait[2] = {hReady, pi.hProcess};
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(2, wait, FALSE, 30000));
+
     EXPECT_TRUE(IsLocalSessionInProgress());
     EXPECT_FALSE(IsOtiSessionInProgress());
-    // Ours opens the same object: both processes can hold the marker at once.
     {
+        // Ours opens the same object: both processes hold the marker at once.
         CSimultanousSessionMutex local(false);
         EXPECT_NE(nullptr, local.GetHandle());
     }
     EXPECT_TRUE(IsLocalSessionInProgress());
-    EXPECT_EQ(0u, holder.Release());
+    TerminateProcess(pi.hProcess, 0);
+    WaitForSingleObject(pi.hProcess, 30000);
     EXPECT_FALSE(IsLocalSessionInProgress());
+    for (HANDLE h : {pi.hProcess, pi.hThread, hReady})
+        CloseHandle(h);
 }
 
 TEST(SessionMutexTest, NameTakenByAnotherKindOfObject)
 {
-    // An event of the same name: creation fails, nothing is held, and the name still reads as a
-    // session, since only "not found" means none (as for another account's mutex that we may not
-    // open; Wine does not enforce a mutex's DACL, so this stands in for that case).
+    // Only "not found" means no session: an event of that name stands in for another account's
+    // mutex we may not open (Wine does not enforce a mutex's DACL).
     HANDLE hEvent = CreateEventW(nullptr, TRUE, FALSE, KV_LOCAL_SESSION_MUTEX);
     ASSERT_NE(nullptr, hEvent);
-    LogCapture log;
+    kvtest::LogCapture log;
     {
         CSimultanousSessionMutex local(false);
         EXPECT_EQ(nullptr, local.GetHandle());
     }
     EXPECT_EQ(1u, log.Count("WARN", kLogger, "Failed to create session mutex. Error = 6"));
-    EXPECT_EQ(1u, log.Count("DEBUG", kLogger, "Session terminated..."));
     EXPECT_TRUE(IsLocalSessionInProgress());
-    // The failed object closed nothing: the event is still ours and alive.
+    // The failed object closed nothing of ours.
     EXPECT_TRUE(SetEvent(hEvent));
     CloseHandle(hEvent);
     EXPECT_FALSE(IsLocalSessionInProgress());
