@@ -4,39 +4,40 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
-class ByteLayout
+using Bytes = std::vector<std::uint8_t>;
+
+// A value at an offset: a little-endian integer of `width` bytes (a double as its IEEE bits,
+// 444.0 is 0x407BC00000000000), or UTF-16LE text without a terminator.
+struct At
 {
-public:
-    explicit ByteLayout(std::size_t size) : m_bytes(size, 0) {}
-
-    // Little-endian; doubles go in as their IEEE bits (444.0 is 0x407BC00000000000).
-    ByteLayout& Int(std::size_t offset, std::uint64_t v, int width = 4)
-    {
-        for (int i = 0; i < width; ++i)
-            m_bytes.at(offset + i) = static_cast<std::uint8_t>(v >> (8 * i));
-        return *this;
-    }
-
-    // UTF-16LE units, no terminator written (the rest is zero already).
-    ByteLayout& Str(std::size_t offset, const std::u16string& s)
-    {
-        for (std::size_t i = 0; i < s.size(); ++i)
-            Int(offset + 2 * i, s[i], 2);
-        return *this;
-    }
-
-    ByteLayout& Fill(std::size_t offset, std::size_t count, std::uint8_t v)
-    {
-        for (std::size_t i = 0; i < count; ++i)
-            m_bytes.at(offset + i) = v;
-        return *this;
-    }
-
-    const std::vector<std::uint8_t>& Bytes() const { return m_bytes; }
-
-private:
-    std::vector<std::uint8_t> m_bytes;
+    At(std::size_t offset, std::uint64_t value, int width = 4) : offset(offset), value(value), width(width) {}
+    At(std::size_t offset, std::u16string text) : offset(offset), text(std::move(text)) {}
+    std::size_t offset;
+    std::uint64_t value = 0;
+    int width = 0;
+    std::u16string text;
 };
+
+inline Bytes Layout(Bytes bytes, std::initializer_list<At> fields)
+{
+    for (const At& f : fields)
+    {
+        for (int i = 0; i < f.width; ++i)
+            bytes.at(f.offset + i) = static_cast<std::uint8_t>(f.value >> (8 * i));
+        for (std::size_t i = 0; i < f.text.size(); ++i)
+        {
+            bytes.at(f.offset + 2 * i) = static_cast<std::uint8_t>(f.text[i] & 0xFF);
+            bytes.at(f.offset + 2 * i + 1) = static_cast<std::uint8_t>(f.text[i] >> 8);
+        }
+    }
+    return bytes;
+}
+
+inline Bytes Layout(std::size_t size, std::initializer_list<At> fields)
+{
+    return Layout(Bytes(size, 0), fields);
+}

@@ -7,12 +7,10 @@
 
 #include <cstring>
 #include <memory>
-#include <type_traits>
 
 namespace
 {
 
-using Bytes = std::vector<std::uint8_t>;
 constexpr std::uint64_t k444 = 0x407BC00000000000ull; // 444.0 as IEEE bits
 
 // One row per id, as the protocol's table gives it: sizes in each direction (0 = never that way).
@@ -57,24 +55,15 @@ const Row kTable[] = {
     {100000, "MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE", 4, 4},
 };
 
-// The record's bytes after a build that starts from garbage, so bytes a builder forgets show.
-template <typename T, typename Build> Bytes Built(Build build)
+// The record's bytes after a build that starts from garbage, so bytes a builder forgets show,
+// or, for an echo, from the service's bytes.
+template <typename T, typename Build> Bytes Built(Build build, const Bytes& from = {})
 {
     auto rec = std::make_unique<T>();
     std::memset(rec.get(), 0xEE, sizeof(T));
+    EXPECT_TRUE(from.empty() || KvRecordFromBytes(*rec, from.data(), from.size()));
     build(*rec);
     return Bytes(KvBytes(*rec), KvBytes(*rec) + sizeof(T));
-}
-
-// An echo: the record read from the service's bytes, then answered in place.
-template <typename T, typename Answer> Bytes Echoed(const ByteLayout& in, Answer answer)
-{
-    return Built<T>(
-        [&](T& rec)
-        {
-            EXPECT_TRUE(KvRecordFromBytes(rec, in.Bytes().data(), in.Bytes().size()));
-            answer(rec);
-        });
 }
 
 template <typename T> Bytes Plain(const T& rec)
@@ -84,20 +73,18 @@ template <typename T> Bytes Plain(const T& rec)
 
 // A field of a record read from bytes; a string field gives its first unit. ~0 when refused.
 constexpr std::uint64_t kRefused = ~0ull;
+template <typename F> std::uint64_t Value(const F& field)
+{
+    return static_cast<std::uint64_t>(field);
+}
+template <typename C, std::size_t N> std::uint64_t Value(const C (&text)[N])
+{
+    return text[0];
+}
 template <typename T, auto Member> std::uint64_t ReadField(const Bytes& bytes)
 {
     auto rec = std::make_unique<T>();
-    if (!KvRecordFromBytes(*rec, bytes.data(), bytes.size()))
-        return kRefused;
-    const auto& field = (*rec).*Member;
-    if constexpr (std::is_array_v<std::remove_reference_t<decltype(field)>>)
-    {
-        return field[0];
-    }
-    else
-    {
-        return static_cast<std::uint64_t>(field);
-    }
+    return KvRecordFromBytes(*rec, bytes.data(), bytes.size()) ? Value((*rec).*Member) : kRefused;
 }
 
 struct FieldRow
@@ -107,7 +94,9 @@ struct FieldRow
     std::size_t offset;
     std::uint64_t (*read)(const Bytes&);
 };
-#define FIELD(T, member, size, offset) {#T "::" #member, size, offset, &ReadField<T, &T::member>}
+// clang-format off
+#define FIELD(T, member, size, offset) FieldRow{#T "::" #member, size, offset, &ReadField<T, &T::member>}
+// clang-format on
 
 } // namespace
 
@@ -135,93 +124,89 @@ TEST(CatalogueTable, IdsNamesSizesAndDirections)
 TEST(CatalogueTable, AgentRecordsMatchHandLaidBytes)
 {
     MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
-    KvBuildDesktopUserInformation(info, 0, u"alice", u"Default", 0x14);
-    KvReverseConnectionFields<char16_t> rc;
-    rc.uConnectOption = 1;
-    rc.host = u"viewer.example";
-    rc.dwPort = 6130;
-    rc.bUseProxy = true;
-    rc.proxyHost = u"proxy";
-    rc.dwProxyPort = 6127;
-    rc.proxySecret = u"s3cret";
+    KvBuildDesktopUserInformation(info, 50000, u"alice", u"Default", 0x14);
+    const KvReverseConnectionFields<char16_t> rc{1, u"viewer.example", 6130, true, u"proxy", 6127, u"s3cret"};
     KvReverseConnectionFields<char16_t> rcNoProxy = rc; // the proxy fields must stay empty
     rcNoProxy.bUseProxy = false;
-    KvInvitationFields<char16_t> inv;
-    inv.name = u"Support";
-    inv.bRightA = inv.bRightB = inv.bRightE = true;
-    inv.dwExpiry = 11;
-    inv.password = u"pw";
-    inv.proxyHost = u"proxy.example";
-    inv.dwProxyPort = 6127;
-    inv.proxySecret = u"k";
+    const KvInvitationFields<char16_t> inv{u"Support",       true, true, false, false, true, 11, u"pw",
+                                           u"proxy.example", 6127, u"k"};
     const std::u16string text = u"hi \u00e9";
-    const ByteLayout versionIn =
-        ByteLayout(40).Int(0, 4400).Int(4, 0x11223344).Int(8, 1, 8).Int(16, 2, 8).Fill(24, 12, 0xAB).Int(36, 9);
-    const ByteLayout initIn = ByteLayout(16212).Int(0, 40000).Int(4, 0xEEEE).Int(8, 0xDDDD).Int(12, 0x3F).Str(
-        20, std::u16string(8096, u'x'));
-    const ByteLayout permissionIn = ByteLayout(8740).Int(0, 70050).Str(4, u"Viewer X wants in").Int(8196, 1).Int(
-        8200, 1).Int(8204, 1).Int(8208, 77);
+    const Bytes versionIn =
+        Layout(40, {{0, 4400}, {4, 0x11223344}, {8, 1, 8}, {16, 2, 8}, {24, ~0ull, 8}, {32, ~0u}, {36, 9}});
+    const Bytes initIn =
+        Layout(16212, {{0, 40000}, {4, 0xEEEE}, {8, 0xDDDD}, {12, 0x3F}, {20, std::u16string(8096, u'x')}});
+    const Bytes permissionIn =
+        Layout(8740, {{0, 70050}, {4, u"Viewer X wants in"}, {8196, 1}, {8200, 1}, {8204, 1}, {8208, 77}});
+    const Bytes infoBytes = Layout(1068, {{0, 50000}, {4, u"alice"}, {524, u"Default"}, {1044, 0x14}});
+    // Records that embed the block keep its fields and zero its type id.
+    const auto withInfoAt = [&](std::size_t size, std::uint32_t id, std::size_t infoOffset)
+    {
+        Bytes b = Layout(size, {{0, id}});
+        std::copy(infoBytes.begin() + 4, infoBytes.end(),
+                  b.begin() + static_cast<std::ptrdiff_t>(infoOffset));
+        return b;
+    };
 
     const struct
     {
         const char* what;
         Bytes got;
-        ByteLayout want;
+        Bytes want;
     } cases[] = {
+        // clang-format off
         // Echoes keep what the service sent except the fields they answer.
-        {"version answer", Echoed<MSG_VERSION>(versionIn, [](auto& r) { KvBuildVersionAnswer(r, 7); }),
-         ByteLayout(versionIn).Int(8, k444, 8).Int(16, k444, 8).Int(36, 7)},
-        {"init answer", Echoed<MSG_TRAYICON_INIT>(initIn, [](auto& r) { KvBuildInitAnswer(r, 3, 8); }),
-         ByteLayout(initIn).Int(4, 3).Int(8, 8)},
+        {"version answer", Built<MSG_VERSION>([](auto& r) { KvBuildVersionAnswer(r, 7); }, versionIn),
+         Layout(versionIn, {{8, k444, 8}, {16, k444, 8}, {36, 7}})},
+        {"init answer", Built<MSG_TRAYICON_INIT>([](auto& r) { KvBuildInitAnswer(r, 3, 8); }, initIn),
+         Layout(initIn, {{4, 3}, {8, 8}})},
         {"permission answer",
-         Echoed<MSG_PERMISSION_RECORD>(permissionIn, [](auto& r) { KvSetPermissionAnswer(r, 2222, true, u"H\\a"); }),
-         ByteLayout(permissionIn).Int(8212, 1).Int(8216, 2222).Str(8220, u"H\\a")},
-        {"user information",
-         Built<MSG_TRAYICON_DESKTOP_USER_INFORMATION>(
-             [](auto& r) { KvBuildDesktopUserInformation(r, 50000, u"alice", u"Default", 0x14); }),
-         ByteLayout(1068).Int(0, 50000).Str(4, u"alice").Str(524, u"Default").Int(1044, 0x14)},
+         Built<MSG_PERMISSION_RECORD>([](auto& r) { KvSetPermissionAnswer(r, 2222, true, u"H"); }, permissionIn),
+         Layout(permissionIn, {{8212, 1}, {8216, 2222}, {8220, u"H"}})},
+        {"user information", Plain(info), infoBytes},
         {"user request", Built<MSG_TRAYICON_USER_REQUEST>([&](auto& r) { KvBuildUserRequest(r, info); }),
-         ByteLayout(1076).Int(0, 40004).Str(12, u"alice").Str(532, u"Default").Int(1052, 0x14)},
+         withInfoAt(1076, 40004, 12)},
+        {"exit", Built<MSG_TRAYICON_EXIT>([&](auto& r) { KvBuildExit(r, info); }), withInfoAt(1072, 40001, 8)},
         {"language, cut to two letters",
          Built<MSG_TRAYICON_LANGUAGE>([&](auto& r) { KvBuildLanguage(r, u"fra", info); }),
-         ByteLayout(1080).Int(0, 70060).Str(4, u"fr").Str(16, u"alice").Str(536, u"Default").Int(1056, 0x14)},
-        {"exit", Built<MSG_TRAYICON_EXIT>([&](auto& r) { KvBuildExit(r, info); }),
-         ByteLayout(1072).Int(0, 40001).Str(8, u"alice").Str(528, u"Default").Int(1048, 0x14)},
-        {"effects ack", Plain(KvBuildDesktopEffectsAck(0x2A)), ByteLayout(8).Int(0, 50005).Int(4, 0x2A)},
-        {"desktop state", Plain(KvBuildDesktopState(8)), ByteLayout(8).Int(0, 50007).Int(4, 8)},
-        {"session end", Plain(KvBuildSessionEnd(5)), ByteLayout(16).Int(0, 50010).Int(4, 5).Int(12, 0xFFFFFFC8)},
-        {"type only", Plain(KvBuildTypeOnly(100000)), ByteLayout(4).Int(0, 100000)},
-        {"udp header", Plain(KvBuildUdpHeader(721)), ByteLayout(12).Int(0, 701).Int(4, 721)},
-        {"port query", Built<MSG_PORT_QUERY>([](auto& r) { KvBuildPortQuery(r); }), ByteLayout(80).Int(0, 703)},
+         Layout(withInfoAt(1080, 70060, 16), {{4, u"fr"}})},
+        {"effects ack", Plain(KvBuildDesktopEffectsAck(0x2A)), Layout(8, {{0, 50005}, {4, 0x2A}})},
+        {"desktop state", Plain(KvBuildDesktopState(8)), Layout(8, {{0, 50007}, {4, 8}})},
+        {"session end", Plain(KvBuildSessionEnd(5)), Layout(16, {{0, 50010}, {4, 5}, {12, 0xFFFFFFC8}})},
+        {"type only", Plain(KvBuildTypeOnly(100000)), Layout(4, {{0, 100000}})},
+        {"udp header", Plain(KvBuildUdpHeader(721)), Layout(12, {{0, 701}, {4, 721}})},
+        {"port query", Built<MSG_PORT_QUERY>([](auto& r) { KvBuildPortQuery(r); }), Layout(80, {{0, 703}})},
         {"notify-all request", Built<MSG_TRAYICON_NOTIFY_ALL>([](auto& r) { KvBuildNotifyAllRequest(r); }),
-         ByteLayout(8204).Int(0, 50001)},
+         Layout(8204, {{0, 50001}})},
         {"permission query", Built<MSG_PERMISSION_RECORD>([](auto& r) { KvBuildPermissionQuery(r); }),
-         ByteLayout(8740).Int(0, 70006)},
+         Layout(8740, {{0, 70006}})},
         {"reverse connection",
          Built<MSG_REVERSE_CONNECTION>([&](auto& r) { KvBuildReverseConnectionRequest(r, rc); }),
-         ByteLayout(41164).Int(0, 70070).Int(12, 1).Str(36508, u"viewer.example").Int(38560, 6130).Int(38564, 1)
-             .Str(38568, u"proxy").Int(40620, 6127).Str(40628, u"s3cret")},
+         Layout(41164, {{0, 70070}, {12, 1}, {36508, u"viewer.example"}, {38560, 6130}, {38564, 1},
+                        {38568, u"proxy"}, {40620, 6127}, {40628, u"s3cret"}})},
         {"reverse connection without proxy",
          Built<MSG_REVERSE_CONNECTION>([&](auto& r) { KvBuildReverseConnectionRequest(r, rcNoProxy); }),
-         ByteLayout(41164).Int(0, 70070).Int(12, 1).Str(36508, u"viewer.example").Int(38560, 6130)},
-        {"join session", Built<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildJoinSessionRequest(r, 0, u"123-456"); }),
-         ByteLayout(41164).Int(0, 70070).Int(4116, 1).Str(4124, u"123-456")},
+         Layout(41164, {{0, 70070}, {12, 1}, {36508, u"viewer.example"}, {38560, 6130}})},
+        {"join session",
+         Built<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildJoinSessionRequest(r, 0, u"123-456"); }),
+         Layout(41164, {{0, 70070}, {4116, 1}, {4124, u"123-456"}})},
         {"reverse cancel", Built<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildReverseConnectionCancel(r); }),
-         ByteLayout(41164).Int(0, 70070).Int(4, 103)},
+         Layout(41164, {{0, 70070}, {4, 103}})},
         {"chat message", KvBuildChatMessage(u"bob", text.data(), text.size()),
-         ByteLayout(528 + 8).Int(0, 75001).Str(4, u"bob").Int(524, 8).Str(528, text)},
-        {"empty chat message", KvBuildChatMessage(u"bob", u"", 0), ByteLayout(528).Int(0, 75001).Str(4, u"bob")},
-        {"invitation request", Built<MSG_INVITATION_REQUEST>([&](auto& r) { KvBuildInvitationRequest(r, inv); }),
-         ByteLayout(5716).Int(0, 720).Str(2056, u"Support").Int(2580, 1).Int(2584, 11).Int(2588, 1).Str(2592, u"pw")
-             .Int(3116, 1).Int(3124, 1).Int(3128, 1).Str(3132, u"proxy.example").Int(5184, 6127).Int(5188, 1)
-             .Str(5192, u"k")},
+         Layout(528 + 8, {{0, 75001}, {4, u"bob"}, {524, 8}, {528, text}})},
+        {"empty chat message", KvBuildChatMessage(u"bob", u"", 0), Layout(528, {{0, 75001}, {4, u"bob"}})},
+        {"invitation request",
+         Built<MSG_INVITATION_REQUEST>([&](auto& r) { KvBuildInvitationRequest(r, inv); }),
+         Layout(5716, {{0, 720}, {2056, u"Support"}, {2580, 1}, {2584, 11}, {2588, 1}, {2592, u"pw"},
+                       {3116, 1}, {3124, 1}, {3128, 1}, {3132, u"proxy.example"}, {5184, 6127}, {5188, 1},
+                       {5192, u"k"}})},
+        // clang-format on
     };
     for (const auto& c : cases)
     {
-        const Bytes& want = c.want.Bytes();
-        ASSERT_EQ(want.size(), c.got.size()) << c.what;
-        const auto diff = std::mismatch(want.begin(), want.end(), c.got.begin());
-        EXPECT_EQ(want.end(), diff.first) << c.what << ": first difference at offset " << (diff.first - want.begin());
+        ASSERT_EQ(c.want.size(), c.got.size()) << c.what;
+        const auto diff = std::mismatch(c.want.begin(), c.want.end(), c.got.begin());
+        EXPECT_EQ(c.want.end(), diff.first)
+            << c.what << ": first difference at offset " << (diff.first - c.want.begin());
     }
 }
 
@@ -268,10 +253,9 @@ TEST(CatalogueTable, ServiceRecordFieldsAtTheirFixedOffsets)
     std::uint32_t value = 0x4100; // one 16-bit unit, so integer and string fields read it alike
     for (const FieldRow& row : rows)
     {
-        ByteLayout bytes(row.recordSize);
-        bytes.Int(row.offset, ++value);
-        EXPECT_EQ(value, row.read(bytes.Bytes())) << row.field;
-        const Bytes shortBy1(bytes.Bytes().begin(), bytes.Bytes().end() - 1);
+        const Bytes bytes = Layout(row.recordSize, {{row.offset, ++value}});
+        EXPECT_EQ(value, row.read(bytes)) << row.field;
+        const Bytes shortBy1(bytes.begin(), bytes.end() - 1);
         EXPECT_EQ(kRefused, row.read(shortBy1)) << row.field << ": a short buffer must be refused";
     }
 }

