@@ -1,5 +1,5 @@
-// Captures what the agent logs during a test: log4cxx writes every event, TRACE and up, to a file
-// of a temporary folder, one "level|logger|thread|place|message" line each.
+// Captures what the agent logs during a test: every event, TRACE and up unless told, into a
+// temporary file.
 #pragma once
 
 #include "test_logging_support.h"
@@ -7,21 +7,16 @@
 #include <log4cxx/logmanager.h>
 #include <log4cxx/xml/domconfigurator.h>
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 namespace kvtest
 {
 
 class LogCapture
 {
 public:
-    LogCapture()
+    explicit LogCapture(const char* rootLevel = "TRACE")
     {
-        m_log = m_dir.Path() + L"capture.log";
         const std::wstring xml = m_dir.Path() + L"capture.xml";
-        WriteTextFile(xml, LogConfigXml(m_log, "TRACE"));
+        WriteTextFile(xml, LogConfigXml(m_log, rootLevel));
         m_bConfigured =
             log4cxx::xml::DOMConfigurator::configure(xml) == log4cxx::spi::ConfigurationStatus::Configured;
     }
@@ -30,31 +25,15 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     bool Configured() const { return m_bConfigured; }
-
     std::vector<std::string> Lines() const { return kvtest::Lines(ReadTextFile(m_log)); }
-
-    // The lines of one level and logger whose message is exactly text.
-    size_t Count(const std::string& level, const std::string& loggerName, const std::string& text) const
+    size_t Count(const std::string& level, const std::string& logger, const std::string& text) const
     {
-        const std::vector<std::string> lines = Lines();
-        return static_cast<size_t>(std::count_if(
-            lines.begin(), lines.end(),
-            [&](const std::string& line)
-            { return line.rfind(level + "|" + loggerName + "|", 0) == 0 && Message(line) == text; }));
-    }
-
-    // The message part of a captured line.
-    static std::string Message(const std::string& line)
-    {
-        size_t pos = 0;
-        for (int field = 0; field < 4 && pos != std::string::npos; ++field)
-            pos = line.find('|', pos == 0 ? 0 : pos + 1);
-        return pos == std::string::npos ? std::string() : line.substr(pos + 1);
+        return CountMessage(Lines(), level, logger, text);
     }
 
 private:
     TempFolder m_dir;
-    std::wstring m_log;
+    const std::wstring m_log = m_dir.Path() + L"capture.log";
     bool m_bConfigured = false;
 };
 

@@ -1,8 +1,9 @@
-// Shared by the logging tests: temporary folders, files, and a log4cxx configuration that writes
-// one line per event in a form the tests can pick apart.
+// Shared by the tests that read logs: temporary folders, files, and a log4cxx configuration that
+// writes one "level|logger|threadName|file:line|message" line per event.
 #pragma once
 
 #include <windows.h>
+#include <shellapi.h>
 
 #include <gtest/gtest.h>
 
@@ -15,17 +16,12 @@
 namespace kvtest
 {
 
-// One event per line: level|logger|threadName|file:line|message
-inline const char kTestPattern[] = "%p|%c|%X{threadName}|%f:%L|%m%n";
-
 inline std::string Narrow(const std::wstring& w)
 {
-    if (w.empty())
-        return std::string();
-    int n =
+    const int n =
         WideCharToMultiByte(CP_UTF8, 0, w.data(), static_cast<int>(w.size()), nullptr, 0, nullptr, nullptr);
     std::string s(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w.data(), static_cast<int>(w.size()), &s[0], n, nullptr, nullptr);
+    WideCharToMultiByte(CP_UTF8, 0, w.data(), static_cast<int>(w.size()), s.data(), n, nullptr, nullptr);
     return s;
 }
 
@@ -33,7 +29,7 @@ inline std::wstring ModuleFolder()
 {
     wchar_t path[MAX_PATH] = {};
     GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring s(path);
+    const std::wstring s(path);
     return s.substr(0, s.find_last_of(L'\\') + 1);
 }
 
@@ -55,11 +51,7 @@ inline std::vector<std::string> Lines(const std::string& text)
     std::vector<std::string> lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);)
-    {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        lines.push_back(line);
-    }
+        lines.push_back(!line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line);
     return lines;
 }
 
@@ -67,11 +59,23 @@ inline size_t CountContaining(const std::vector<std::string>& lines, const std::
 {
     size_t n = 0;
     for (const std::string& line : lines)
-        n += line.find(part) != std::string::npos ? 1 : 0;
+        n += line.find(part) != std::string::npos;
     return n;
 }
 
-// A fresh folder under the temporary folder, removed with its files at the end.
+// Lines of that level and logger whose message is exactly text.
+inline size_t CountMessage(const std::vector<std::string>& lines, const std::string& level,
+                           const std::string& logger, const std::string& text)
+{
+    const std::string head = level + "|" + logger + "|", tail = "|" + text;
+    size_t n = 0;
+    for (const std::string& line : lines)
+        n += line.rfind(head, 0) == 0 && line.size() >= head.size() + tail.size() &&
+             line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
+    return n;
+}
+
+// A fresh folder under the temporary folder, removed with everything in it at the end.
 class TempFolder
 {
 public:
@@ -84,55 +88,36 @@ public:
                  std::to_wstring(InterlockedIncrement(&counter)) + L"\\";
         CreateDirectoryW(m_path.c_str(), nullptr);
     }
-    ~TempFolder() { Remove(m_path); }
+    ~TempFolder()
+    {
+        // The shell wants the folder without its backslash, twice terminated.
+        const std::wstring from = m_path.substr(0, m_path.size() - 1) + L'\0';
+        SHFILEOPSTRUCTW op = {};
+        op.wFunc = FO_DELETE;
+        op.pFrom = from.c_str();
+        op.fFlags = FOF_NO_UI;
+        SHFileOperationW(&op);
+    }
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
     const std::wstring& Path() const { return m_path; }
 
 private:
-    static void Remove(const std::wstring& folder)
-    {
-        WIN32_FIND_DATAW fd;
-        HANDLE h = FindFirstFileW((folder + L"*").c_str(), &fd);
-        if (h != INVALID_HANDLE_VALUE)
-        {
-            do
-            {
-                std::wstring name = fd.cFileName;
-                if (name == L"." || name == L"..")
-                    continue;
-                if (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                    Remove(folder + name + L"\\");
-                else
-                    DeleteFileW((folder + name).c_str());
-            } while (FindNextFileW(h, &fd));
-            FindClose(h);
-        }
-        RemoveDirectoryW(folder.c_str());
-    }
-
     std::wstring m_path;
 };
 
-// A configuration with one file appender (truncated at start) and the root at rootLevel.
+// One file appender (truncated at start) and the root at rootLevel.
 inline std::string LogConfigXml(const std::wstring& logFile, const char* rootLevel)
 {
-    std::string xml;
-    xml += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-    xml += "<log4j:configuration xmlns:log4j=\"http://jakarta.apache.org/log4j/\">\n";
-    xml += "  <appender name=\"File\" class=\"org.apache.log4j.FileAppender\">\n";
-    xml += "    <param name=\"File\" value=\"" + Narrow(logFile) + "\"/>\n";
-    xml += "    <param name=\"Append\" value=\"false\"/>\n";
-    xml += "    <param name=\"Encoding\" value=\"UTF-8\"/>\n";
-    xml += "    <layout class=\"org.apache.log4j.PatternLayout\">\n";
-    xml += std::string("      <param name=\"ConversionPattern\" value=\"") + kTestPattern + "\"/>\n";
-    xml += "    </layout>\n";
-    xml += "  </appender>\n";
-    xml += std::string("  <root><level value=\"") + rootLevel + "\"/>";
-    xml += "<appender-ref ref=\"File\"/></root>\n";
-    xml += "</log4j:configuration>\n";
-    return xml;
+    return "<log4j:configuration xmlns:log4j='http://jakarta.apache.org/log4j/'>"
+           "<appender name='File' class='org.apache.log4j.FileAppender'><param name='File' value='" +
+           Narrow(logFile) +
+           "'/><param name='Append' value='false'/><param name='Encoding' value='UTF-8'/>"
+           "<layout class='org.apache.log4j.PatternLayout'>"
+           "<param name='ConversionPattern' value='%p|%c|%X{threadName}|%f:%L|%m%n'/></layout></appender>"
+           "<root><level value='" +
+           std::string(rootLevel) + "'/><appender-ref ref='File'/></root></log4j:configuration>";
 }
 
 } // namespace kvtest
