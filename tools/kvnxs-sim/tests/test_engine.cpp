@@ -15,9 +15,15 @@ namespace
 
 struct Conversation
 {
-    explicit Conversation(const kvsim::EngineOptions& options = {}) : engine(options, reporter) {}
+    explicit Conversation(bool start = true, const kvsim::EngineOptions& options = {})
+        : engine(options, reporter)
+    {
+        if (start)
+            engine.Start(); // an agent connected: the handshake runs
+        Settle();
+    }
 
-    // Moves bytes both ways until neither side has anything more to say.
+    // Moves records to and fro until neither side has anything more to say.
     void Settle()
     {
         for (Bytes toAgent = engine.TakeOutgoing(); !toAgent.empty(); toAgent = engine.TakeOutgoing())
@@ -27,9 +33,9 @@ struct Conversation
         }
     }
 
-    void Start()
+    void AgentSends(const Bytes& bytes)
     {
-        engine.Start();
+        engine.OnAgentBytes(bytes.data(), bytes.size());
         Settle();
     }
 
@@ -43,13 +49,7 @@ struct Conversation
         return ok;
     }
 
-    void AgentSends(const Bytes& bytes)
-    {
-        engine.OnAgentBytes(bytes.data(), bytes.size());
-        Settle();
-    }
-
-    bool ErrorMentions(const std::string& what) const { return trace.str().find(what) != std::string::npos; }
+    bool Traced(const std::string& what) const { return trace.str().find(what) != std::string::npos; }
 
     template <typename T> std::unique_ptr<T> Last() const
     {
@@ -69,7 +69,6 @@ struct Conversation
 TEST(EngineHandshake, VersionThenInitialisationThenSettingsInThatOrder)
 {
     Conversation c;
-    c.Start();
     EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
     EXPECT_TRUE(c.engine.HandshakeDone());
     std::vector<std::string> flow; // the trace's record lines without their details
@@ -78,9 +77,12 @@ TEST(EngineHandshake, VersionThenInitialisationThenSettingsInThatOrder)
         if (line.rfind(">> ", 0) == 0 || line.rfind("<< ", 0) == 0)
             flow.push_back(line.substr(0, line.find(' ', 3)));
     const std::vector<std::string> want = {
-        ">> MSG_TYPE_VERSION",         "<< MSG_TYPE_VERSION",
-        ">> MSG_TYPE_TRAYICON_INIT",   "<< MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK",
-        "<< MSG_TYPE_TRAYICON_INIT",   ">> MSG_TYPE_TRAYICON_SETTINGS",
+        ">> MSG_TYPE_VERSION",
+        "<< MSG_TYPE_VERSION",
+        ">> MSG_TYPE_TRAYICON_INIT",
+        "<< MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK",
+        "<< MSG_TYPE_TRAYICON_INIT",
+        ">> MSG_TYPE_TRAYICON_SETTINGS",
         "<< MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION",
     };
     EXPECT_EQ(want, flow);
@@ -99,40 +101,34 @@ TEST(EngineHandshake, EachWayTheAgentCanGetItWrongIsReported)
         std::uint32_t bentAnswerTo;
         std::function<void(Bytes&)> bend;
     } cases[] = {
-        {"before the version exchange", MSG_TYPE_VERSION,
-         [&](Bytes& a) { a.insert(a.begin(), state.begin(), state.end()); }},
+        // clang-format off
+        {"before the version exchange", MSG_TYPE_VERSION, [&](Bytes& a) { a.insert(a.begin(), state.begin(), state.end()); }},
         {"reserved bytes 4-7 or 24-35", MSG_TYPE_VERSION, [](Bytes& a) { a[30] ^= 1; }},
         {"before its acknowledgement", MSG_TYPE_TRAYICON_INIT,
-         [&](Bytes& a)
-         {
-             if (a.size() == 8)
-                 a.clear();
-             else
-                 a.insert(a.end(), ack.begin(), ack.end());
-         }},
+         [&](Bytes& a) { if (a.size() == 8) a.clear(); else a.insert(a.end(), ack.begin(), ack.end()); }},
         {"bytes 12-16211", MSG_TYPE_TRAYICON_INIT, [](Bytes& a) { a[20] ^= a.size() > 8 ? 1 : 0; }},
         {"carries mask 3, must be 0", MSG_TYPE_TRAYICON_INIT, [](Bytes& a) { a[4] = a.size() == 8 ? 3 : a[4]; }},
         // Four bytes too many: the next id is garbage.
-        {"unknown type id 0 from the agent", MSG_TYPE_TRAYICON_INIT,
-         [](Bytes& a) { a.resize(a.size() == 8 ? 12 : a.size()); }},
+        {"unknown type id 0 from the agent", MSG_TYPE_TRAYICON_INIT, [](Bytes& a) { a.resize(a.size() == 8 ? 12 : a.size()); }},
+        // clang-format on
     };
     for (const auto& fault : cases)
     {
-        Conversation c;
+        Conversation c(false);
         c.agent.bend = [&](std::uint32_t type, Bytes& answer)
         {
             if (type == fault.bentAnswerTo)
                 fault.bend(answer);
         };
-        c.Start();
-        EXPECT_TRUE(c.ErrorMentions(fault.error)) << fault.error << " not in:\n" << c.trace.str();
+        c.engine.Start();
+        c.Settle();
+        EXPECT_TRUE(c.Traced(fault.error)) << fault.error << " not in:\n" << c.trace.str();
     }
 }
 
 TEST(EngineRunning, AnswersNobodyAskedForAndWrongMasksAreErrors)
 {
     Conversation c;
-    c.Start();
     EXPECT_TRUE(c.Run("effects 0x1F"));
     EXPECT_TRUE(c.Run("unblock"));
     // Records the agent may send on its own are fine and wait for expect steps.
@@ -143,22 +139,19 @@ TEST(EngineRunning, AnswersNobodyAskedForAndWrongMasksAreErrors)
         EXPECT_TRUE(c.engine.TakeReceived(id)) << id;
 
     c.AgentSends(ToBytes(KvBuildDesktopEffectsAck(1)));
-    EXPECT_TRUE(c.ErrorMentions("desktop-effects acknowledgement nobody asked for"));
+    EXPECT_TRUE(c.Traced("desktop-effects acknowledgement nobody asked for"));
     c.AgentSends(ToBytes(KvBuildTypeOnly(MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE)));
-    EXPECT_TRUE(c.ErrorMentions("read-unblocking echo nobody asked for"));
+    EXPECT_TRUE(c.Traced("read-unblocking echo nobody asked for"));
     c.agent.bend = [](std::uint32_t, Bytes& answer) { answer[4] = 0x0F; };
     c.Run("effects 0x1F");
-    EXPECT_TRUE(c.ErrorMentions("carries mask 15, the service sent 31"));
+    EXPECT_TRUE(c.Traced("carries mask 15, the service sent 31"));
 }
 
 TEST(EngineRunning, ScriptRecordsCarryTheSimulatorsState)
 {
     Conversation c;
-    c.Start();
     c.Run("connect alice");
-    c.Run("connect bob icon=2");
-    EXPECT_EQ(2u, c.Last<MSG_TRAYICON_CONNECT_INFO>()->dwConnections);
-    EXPECT_EQ(2u, c.Last<MSG_TRAYICON_CONNECT_INFO>()->dwViewerId);
+    c.Run("connect bob");
     c.Run("notify-all");
     EXPECT_EQ(u"alice\r\nbob", KvReadString(c.Last<MSG_TRAYICON_NOTIFY_ALL>()->szText));
     c.Run("disconnect alice");
@@ -167,22 +160,20 @@ TEST(EngineRunning, ScriptRecordsCarryTheSimulatorsState)
     c.Run("settings-update display-time=9");
     c.Run("settings-update idle-icon=2"); // earlier changes stay
     EXPECT_EQ(9u, c.Last<MSG_TRAYICON_SETTINGS>()->dwNotifyDisplayTime);
-    c.Run("reverse 100 error=10061");
-    EXPECT_EQ(10061u, c.Last<MSG_REVERSE_CONNECTION>()->dwError);
     EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
 
     c.Run("exit");
     c.engine.OnAgentClosed();
     EXPECT_EQ(0u, c.reporter.ErrorCount()) << "closing after an exit request is no fault";
     EXPECT_FALSE(c.Run("lock-hint"));
-    EXPECT_TRUE(c.ErrorMentions("no agent connected"));
+    EXPECT_TRUE(c.Traced("no agent connected"));
 }
 
 TEST(EngineDatagrams, PortQueryInvitationAndTheirFaults)
 {
     kvsim::EngineOptions options;
     options.dwTcpPort = 6200;
-    Conversation c(options);
+    Conversation c(false, options);
     const auto exchange = [&](const std::string& peer, const Bytes& datagram)
     { return c.engine.OnServiceDatagram(peer, datagram.data(), datagram.size()); };
     MSG_PORT_QUERY query;
@@ -204,22 +195,20 @@ TEST(EngineDatagrams, PortQueryInvitationAndTheirFaults)
     EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
 
     EXPECT_TRUE(exchange("d", Bytes{1, 2, 3}).empty());
-    EXPECT_TRUE(c.ErrorMentions("must be 12"));
+    EXPECT_TRUE(c.Traced("must be 12"));
     exchange("d", ToBytes(KvBuildUdpHeader(KV_UDP_PORT_QUERY)));
     EXPECT_TRUE(exchange("d", Bytes(81, 0)).empty());
-    EXPECT_TRUE(c.ErrorMentions("port query of 81 bytes"));
+    EXPECT_TRUE(c.Traced("port query of 81 bytes"));
 }
 
 TEST(EngineDatagrams, PermissionWithdrawnWhileTheDialogIsUp)
 {
     Conversation c;
-    c.Start();
     kvsim::Command cmd;
     std::string error;
     ASSERT_TRUE(kvsim::ParseCommand("permission Viewer X wants in", 1, cmd, error));
     c.engine.StartPermission(50123, cmd);
     c.Settle();
-    EXPECT_EQ(50123u, c.agent.permissionPort);
     auto record = std::make_unique<MSG_PERMISSION_RECORD>();
     KvBuildPermissionQuery(*record);
     const std::vector<Bytes> request = c.engine.OnPermissionDatagram(KvBytes(*record), sizeof *record);
@@ -236,5 +225,5 @@ TEST(EngineDatagrams, PermissionWithdrawnWhileTheDialogIsUp)
     EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
 
     c.engine.OnPermissionDatagram(KvBytes(*record), sizeof *record);
-    EXPECT_TRUE(c.ErrorMentions("no request open"));
+    EXPECT_TRUE(c.Traced("no request open"));
 }
