@@ -19,7 +19,6 @@ class FakeAgent
 public:
     // Called with every answer before it goes out; may change, drop or add bytes.
     std::function<void(std::uint32_t receivedType, Bytes& answer)> bend;
-    std::uint32_t permissionPort = 0;
     bool exitRequested = false;
     std::vector<Bytes> records; // everything the service sent, whole
 
@@ -29,7 +28,8 @@ public:
         Bytes out;
         m_decoder.Feed(data, size);
         // Like the agent: an unknown id is skipped and the next one read.
-        for (auto ev = m_decoder.Next(); ev.status == KvDecodeStatus::Record || ev.status == KvDecodeStatus::UnknownId;
+        for (auto ev = m_decoder.Next();
+             ev.status == KvDecodeStatus::Record || ev.status == KvDecodeStatus::UnknownId;
              ev = m_decoder.Next())
         {
             if (ev.status == KvDecodeStatus::UnknownId)
@@ -68,23 +68,19 @@ private:
         case MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION:
         {
             MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
-            KvBuildDesktopUserInformation(info, MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION, u"alice", u"Default",
-                                          KV_DESKTOP_OPENED);
+            KvBuildDesktopUserInformation(info, MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION, u"alice",
+                                          u"Default", KV_DESKTOP_OPENED);
             return {ToBytes(info)};
         }
         case MSG_TYPE_TRAYICON_DESKTOP_EFFECTS:
             return {ToBytes(KvBuildDesktopEffectsAck(KvReadU32(rec.data() + 4)))};
         case MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE:
             return {ToBytes(KvBuildTypeOnly(MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE))};
-        case MSG_TYPE_TRAYICON_PERMISSION:
-            permissionPort = KvReadU32(rec.data() + 4);
-            return {};
         case MSG_TYPE_TRAYICON_EXIT:
             exitRequested = true;
             return {};
-        default:
-            return {};
         }
+        return {};
     }
 
     KvRecordDecoder m_decoder{KvDirection::ToAgent};

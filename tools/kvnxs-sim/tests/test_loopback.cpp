@@ -14,10 +14,13 @@ using kvsim_test::Bytes;
 namespace
 {
 
-struct AgentPlan
+// How the agent misbehaves: one answer of the given size resized, and perhaps gone right after.
+struct Fault
 {
-    std::function<void(std::uint32_t, Bytes&)> bend;
-    bool closeAfterBend = false; // vanish right after a bent answer
+    std::uint32_t answerTo = 0;
+    std::size_t size = 0;
+    std::size_t newSize = 0;
+    bool vanish = false;
 };
 
 // Asks the datagram port for the stream port, as the agent does; 0 when no proper answer came.
@@ -37,8 +40,8 @@ std::uint16_t AskPort(std::uint16_t udpPort, std::string& failure)
     return n == 80 ? static_cast<std::uint16_t>(KvReadU32(answer.data() + 8)) : 0;
 }
 
-void RunAgent(std::uint16_t udpPort, const AgentPlan& plan, std::atomic<bool>& stop, std::uint16_t& portFromQuery,
-              std::string& failure)
+void RunAgent(std::uint16_t udpPort, const Fault& fault, std::atomic<bool>& stop,
+              std::uint16_t& portFromQuery, std::string& failure)
 {
     portFromQuery = AskPort(udpPort, failure);
     kvsim::Socket link;
@@ -49,10 +52,8 @@ void RunAgent(std::uint16_t udpPort, const AgentPlan& plan, std::atomic<bool>& s
     bool bent = false;
     agent.bend = [&](std::uint32_t type, Bytes& answer)
     {
-        const Bytes before = answer;
-        if (plan.bend)
-            plan.bend(type, answer);
-        bent = bent || answer != before;
+        if (type == fault.answerTo && answer.size() == fault.size)
+            answer.resize(fault.newSize), bent = true;
     };
     while (!stop)
     {
@@ -62,16 +63,16 @@ void RunAgent(std::uint16_t udpPort, const AgentPlan& plan, std::atomic<bool>& s
             return;
         const Bytes out = agent.OnServiceBytes(in.data(), n > 0 ? static_cast<std::size_t>(n) : 0);
         kvsim::SendAll(link, out.data(), out.size());
-        if ((bent && plan.closeAfterBend) || agent.exitRequested)
+        if ((bent && fault.vanish) || agent.exitRequested)
             return; // after an exit request the agent closes and ends
     }
 }
 
 struct Session
 {
-    int Run(const std::vector<std::string>& lines, const AgentPlan& plan = {})
+    int Run(const std::vector<std::string>& lines, const Fault& fault = {})
     {
-        kvsim::ServerOptions options;
+        kvsim::ServerOptions options; // any free ports
         options.tcpPort = options.udpPort = 0;
         options.acceptTimeoutMs = 10000;
         options.handshakeTimeoutMs = 1500;
@@ -88,7 +89,7 @@ struct Session
         }
         tcpPort = server.TcpPort();
         std::atomic<bool> stop{false};
-        std::thread agent([&] { RunAgent(server.UdpPort(), plan, stop, portFromQuery, failure); });
+        std::thread agent([&] { RunAgent(server.UdpPort(), fault, stop, portFromQuery, failure); });
         const int rc = server.Run(script);
         stop = true;
         agent.join();
@@ -108,8 +109,8 @@ struct Session
 TEST(Loopback, ScriptedRunAgainstAWellBehavedAgentSucceeds)
 {
     Session session;
-    EXPECT_EQ(0, session.Run({"connect alice", "effects 0x1F", "expect MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK", "unblock",
-                              "expect 100000 2000", "exit", "expect-closed"}))
+    EXPECT_EQ(0, session.Run({"connect alice", "effects 0x1F", "expect MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK",
+                              "unblock", "expect 100000 2000", "exit", "expect-closed"}))
         << session.trace.str();
     EXPECT_EQ("", session.failure);
     EXPECT_EQ(session.tcpPort, session.portFromQuery);
@@ -118,28 +119,20 @@ TEST(Loopback, ScriptedRunAgainstAWellBehavedAgentSucceeds)
 
 TEST(Loopback, RunsThatMustFail)
 {
-    const auto answerTo = [](std::uint32_t bentType, std::size_t oldSize, std::size_t newSize)
-    {
-        return [=](std::uint32_t type, Bytes& answer)
-        {
-            if (type == bentType && answer.size() == oldSize)
-                answer.resize(newSize);
-        };
-    };
     const struct
     {
         const char* what;
         std::vector<std::string> script;
-        AgentPlan plan;
+        Fault fault;
         std::vector<const char*> traced;
     } cases[] = {
         {"a wrongly sized record",
          {"connect alice"},
-         {answerTo(MSG_TYPE_TRAYICON_INIT, 8, 10)},
+         {MSG_TYPE_TRAYICON_INIT, 8, 10},
          {"PROTOCOL ERROR: unknown type id", "handshake stalled"}},
         {"the agent vanishing mid-record",
          {"connect alice"},
-         {answerTo(MSG_TYPE_TRAYICON_SETTINGS, 1068, 100), true},
+         {MSG_TYPE_TRAYICON_SETTINGS, 1068, 100, true},
          {"inside MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION: 100 of 1068"}},
         {"an unmet expectation",
          {"expect MSG_TYPE_TRAYICON_SESSION_END 200", "exit", "expect-closed"},
@@ -149,8 +142,9 @@ TEST(Loopback, RunsThatMustFail)
     for (const auto& c : cases)
     {
         Session session;
-        EXPECT_EQ(1, session.Run(c.script, c.plan)) << c.what;
+        EXPECT_EQ(1, session.Run(c.script, c.fault)) << c.what;
         for (const char* text : c.traced)
-            EXPECT_TRUE(session.Traced(text)) << c.what << ": " << text << " not in:\n" << session.trace.str();
+            EXPECT_TRUE(session.Traced(text)) << c.what << ": " << text << " not in:\n"
+                                              << session.trace.str();
     }
 }

