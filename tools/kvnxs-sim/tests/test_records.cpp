@@ -29,10 +29,23 @@ template <typename T, typename Build> Bytes Make(Build build)
     return ToBytes(*rec);
 }
 
+// A record with one fault put in.
+template <typename T, typename Change> Bytes With(const T& rec, Change change)
+{
+    return Make<T>([&](T& r) { r = rec, change(r); });
+}
+
 MSG_PERMISSION_RECORD PermissionRequest()
 {
     MSG_PERMISSION_RECORD rec;
     kvsim::BuildPermissionRequest(rec, KV_PERMISSION_QUERY_TYPE, u"Viewer wants in", 0, 1, 0);
+    return rec;
+}
+
+MSG_INVITATION_REQUEST Invitation()
+{
+    MSG_INVITATION_REQUEST rec;
+    KvBuildInvitationRequest(rec, KvInvitationFields<char16_t>{u"Support", true, false, false, true});
     return rec;
 }
 
@@ -79,10 +92,21 @@ TEST(AgentRecords, BuiltRecordsRoundTripThroughTheParserAndCheckClean)
 TEST(AgentRecords, EachCheckCatchesItsFault)
 {
     const auto agent = kvsim::CheckAgentRecord;
+    const auto invite = kvsim::CheckInvitationRequest;
     Bytes oddChat = KvBuildChatMessage(u"a", u"x", 1);
     oddChat[524] = 1;
     oddChat.pop_back();
-    const KvInvitationFields<char16_t> invitation{u"Support", true, false, false, true};
+    MSG_VERSION version;
+    KvZero(version);
+    KvBuildVersionAnswer(version, 1);
+    MSG_REVERSE_CONNECTION reverse;
+    KvBuildReverseConnectionCancel(reverse);
+    MSG_PERMISSION_RECORD query;
+    KvBuildPermissionQuery(query);
+    MSG_TRAYICON_USER_REQUEST request;
+    KvBuildUserRequest(request, Info());
+    const auto answered = [](std::uint32_t result, const char16_t* account)
+    { return With(PermissionRequest(), [&](auto& r) { KvSetPermissionAnswer(r, result, true, account); }); };
 
     const struct
     {
@@ -95,46 +119,31 @@ TEST(AgentRecords, EachCheckCatchesItsFault)
         {agent, ToBytes(KvBuildTypeOnly(MSG_TYPE_TRAYICON_CHAT_CLOSE)), "never sent by the agent"},
         {agent, Bytes{0x55, 0xC3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "of 12 bytes, must be 8"},
         {agent, oddChat, "no UTF-16 text"},
-        {agent, Make<MSG_VERSION>([](auto& r) { KvBuildVersionAnswer(r, 1), r.dVersion2 = 443.0; }), "444.0"},
+        {agent, With(version, [](auto& r) { r.dVersion2 = 443.0; }), "444.0"},
         {agent, ToBytes(KvBuildDesktopState(9)), "must be 7 or 8"},
-        {agent, Make<MSG_TRAYICON_SESSION_END>([](auto& r) { r = KvBuildSessionEnd(1), r.nExitCode = 0; }),
-         "must be -56"},
+        {agent, With(KvBuildSessionEnd(1), [](auto& r) { r.nExitCode = 0; }), "must be -56"},
         {agent, ToBytes(Info(KV_DESKTOP_OPENED | KV_DESKTOP_NOT_OPENED)), "exactly one of 0x2 and 0x4"},
-        {agent, Make<MSG_TRAYICON_DESKTOP_USER_INFORMATION>(
-                    [](auto& r) { r = Info(), std::fill(std::begin(r.szUserName), std::end(r.szUserName), u'u'); }),
+        {agent, With(Info(), [](auto& r) { std::fill_n(r.szUserName, std::size(r.szUserName), u'u'); }),
          "user name: no terminating NUL"},
-        {agent, Make<MSG_TRAYICON_DESKTOP_USER_INFORMATION>([](auto& r) { r = Info(), r.szDesktopName[200] = u'?'; }),
+        {agent, With(Info(), [](auto& r) { r.szDesktopName[200] = u'?'; }),
          "desktop name: bytes behind the terminator"},
-        {agent, Make<MSG_TRAYICON_USER_REQUEST>([](auto& r) { KvBuildUserRequest(r, Info()), r.info.dwType = 1; }),
+        {agent, With(request, [](auto& r) { r.info.dwType = 9; }),
          "user block type"},
-        {agent, Make<MSG_TRAYICON_LANGUAGE>([](auto& r) { KvBuildLanguage(r, u"EN", Info()); }), "two-letter"},
-        {agent, Make<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildReverseConnectionCancel(r), r.dwStatus = 100; }),
-         "0 (request) or 103"},
-        {agent, Make<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildJoinSessionRequest(r, 0, u"1"), r.dwProxyPort = 1; }),
-         "no proxy is used"},
-        {kvsim::CheckPortQuery, Make<MSG_PORT_QUERY>([](auto& r) { KvBuildPortQuery(r), r.dwPort = 1; }), "word 8"},
+        {agent, Make<MSG_TRAYICON_LANGUAGE>([](auto& r) { KvBuildLanguage(r, u"EN", Info()); }),
+         "two-letter"},
+        {agent, With(reverse, [](auto& r) { r.dwStatus = 100; }), "0 (request) or 103"},
+        {agent, With(reverse, [](auto& r) { r.dwStatus = 0, r.dwProxyPort = 1; }), "no proxy is used"},
+        {kvsim::CheckPortQuery, ToBytes(KvBuildUdpHeader(703)), "must be 80"},
         {kvsim::CheckUdpHeader, ToBytes(KvBuildUdpHeader(704)), "none of 703, 720, 721"},
         {kvsim::CheckUdpHeader, Bytes(8, 0), "must be 12"},
-        {kvsim::CheckInvitationRequest,
-         Make<MSG_INVITATION_REQUEST>([&](auto& r) { KvBuildInvitationRequest(r, invitation); }), ""},
-        {kvsim::CheckInvitationRequest,
-         Make<MSG_INVITATION_REQUEST>([&](auto& r) { KvBuildInvitationRequest(r, invitation), r.bRightD = 0; }),
-         "all clear"},
-        {kvsim::CheckInvitationRequest,
-         Make<MSG_INVITATION_REQUEST>([&](auto& r) { KvBuildInvitationRequest(r, invitation), r.reserved4[0] = 1; }),
-         "bytes 4-2055"},
-        {kvsim::CheckPermissionQuery,
-         Make<MSG_PERMISSION_RECORD>([](auto& r) { KvBuildPermissionQuery(r), r.szConsoleAccount[0] = u'x'; }),
+        {invite, ToBytes(Invitation()), ""},
+        {invite, With(Invitation(), [](auto& r) { r.bRightD = 0; }), "all clear"},
+        {invite, With(Invitation(), [](auto& r) { r.reserved4[0] = 1; }), "bytes 4-2055"},
+        {kvsim::CheckPermissionQuery, With(query, [](auto& r) { r.szConsoleAccount[0] = 1; }),
          "must be zero"},
-        {CheckAnswer, Make<MSG_PERMISSION_RECORD>(
-                          [](auto& r) { r = PermissionRequest(), KvSetPermissionAnswer(r, 1111, true, u"H\\a"); }),
-         ""},
-        {CheckAnswer, Make<MSG_PERMISSION_RECORD>(
-                          [](auto& r) { r = PermissionRequest(), KvSetPermissionAnswer(r, 4444, true, u"H\\a"); }),
-         "answered locally"},
-        {CheckAnswer, Make<MSG_PERMISSION_RECORD>(
-                          [](auto& r) { r = PermissionRequest(), KvSetPermissionAnswer(r, 5555, false, u"H"); }),
-         "none of 1111"},
+        {CheckAnswer, answered(1111, u"H\\a"), ""},
+        {CheckAnswer, answered(4444, u"H\\a"), "answered locally"},
+        {CheckAnswer, answered(5555, u""), "none of 1111"},
         // clang-format on
     };
     for (const auto& c : cases)
