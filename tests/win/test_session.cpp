@@ -1,16 +1,18 @@
-// Session and version queries. Wine cannot answer most WTS questions, so fakes in the system table
-// answer; the few that Wine does answer are checked against the real system.
+// Session queries and actions. Wine cannot answer most WTS questions, has neither a lock nor a
+// screen-saver desktop, and its ExitWindowsEx ends the whole Wine session, so fakes in the system
+// table answer; the few queries that Wine does answer are checked against the real system.
+#include "DesktopOptions.h"
 #include "KvSystemApi.h"
+#include "UtilScreenSaver.h"
 #include "UtilVersion.h"
 #include "UtilWTS.h"
 #include "test_log_capture.h"
 
 #include <gtest/gtest.h>
 
-#include <shlobj.h>
-
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace
@@ -19,13 +21,20 @@ namespace
 // What the fakes answer (query error 0: it works) and what they were asked.
 struct FakeState
 {
-    DWORD dwQueryError = 0, dwQueriedSession = 0;
+    DWORD dwQueryError = 0, dwQueriedSession = 0, dwLockError = 0;
     std::vector<BYTE> record;
     int nQueriedClass = -1, nFrees = 0, nConsoleCalls = 0;
     DWORD dwConsoleIds[2] = {1, 1}; // the first and every later answer
     LONG lVersionStatus = 0;
     DWORD dwMajor = 10, dwMinor = 0;
     WORD wServicePack = 0;
+    std::vector<std::pair<UINT, DWORD>> exitCalls;
+    BOOL bExitResult = TRUE, bLockResult = TRUE, bSaverDesktop = FALSE, bOpenedInherit = TRUE;
+    HWND hForeground = nullptr;
+    std::vector<HWND> saverWindows;
+    std::wstring openedName;
+    ACCESS_MASK openedAccess = 0;
+    HDESK hOpened = nullptr, hEnumerated = nullptr;
 } g_fake;
 
 BOOL WINAPI FakeQuery(HANDLE, DWORD dwSession, WTS_INFO_CLASS infoClass, LPWSTR* ppBuffer, DWORD* pcb)
@@ -51,10 +60,36 @@ LONG WINAPI FakeRtlGetVersion(OSVERSIONINFOEXW* p)
     return 0;
 }
 
-class WtsTest : public ::testing::Test
+HDESK WINAPI FakeOpenDesktopW(LPCWSTR lpszDesktop, DWORD dwFlags, BOOL fInherit, ACCESS_MASK dwAccess)
+{
+    g_fake.openedName = lpszDesktop;
+    g_fake.openedAccess = dwAccess;
+    g_fake.bOpenedInherit = fInherit;
+    if (!g_fake.bSaverDesktop)
+        return nullptr;
+    // Any real desktop will do: the windows come from the fake walk.
+    wchar_t szName[260] = {};
+    GetUserObjectInformationW(GetThreadDesktop(GetCurrentThreadId()), UOI_NAME, szName, sizeof(szName),
+                              nullptr);
+    return g_fake.hOpened = OpenDesktopW(szName, dwFlags, fInherit, dwAccess);
+}
+
+BOOL WINAPI FakeEnumDesktopWindows(HDESK hDesktop, WNDENUMPROC lpfn, LPARAM lParam)
+{
+    g_fake.hEnumerated = hDesktop;
+    for (HWND hWnd : g_fake.saverWindows)
+        if (!lpfn(hWnd, lParam))
+            return FALSE;
+    return TRUE;
+}
+
+// The production table with every entry a test may need to answer replaced by a fake: nothing here
+// may end the test's own session. Three windows of this thread, the middle one hidden, read back
+// what is posted to them.
+class SessionTest : public ::testing::Test
 {
 protected:
-    WtsTest()
+    SessionTest()
     {
         g_fake = FakeState();
         m_api.pfnWTSQuerySessionInformationW = FakeQuery;
@@ -62,15 +97,42 @@ protected:
         m_api.pfnWTSGetActiveConsoleSessionId = []() WINAPI
         { return g_fake.dwConsoleIds[g_fake.nConsoleCalls++ == 0 ? 0 : 1]; };
         m_api.pfnRtlGetVersion = FakeRtlGetVersion;
+        m_api.pfnExitWindowsEx = [](UINT uFlags, DWORD dwReason) WINAPI
+        { return g_fake.exitCalls.emplace_back(uFlags, dwReason), g_fake.bExitResult; };
+        m_api.pfnLockWorkStation = []() WINAPI
+        { return SetLastError(g_fake.dwLockError), g_fake.bLockResult; };
+        m_api.pfnGetForegroundWindow = []() WINAPI { return g_fake.hForeground; };
+        m_api.pfnOpenDesktopW = FakeOpenDesktopW;
+        m_api.pfnEnumDesktopWindows = FakeEnumDesktopWindows;
+        for (HWND& h : m_wnd)
+            h = CreateWindowExW(0, L"STATIC", L"kv-test", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr, nullptr,
+                                nullptr);
+        ShowWindow(m_wnd[0], SW_SHOWNOACTIVATE);
+        ShowWindow(m_wnd[2], SW_SHOWNOACTIVATE);
     }
-    ~WtsTest() override { g_nSessionId = m_dwSavedSessionId; }
+    ~SessionTest() override
+    {
+        g_nSessionId = m_dwSavedSessionId;
+        for (HWND h : m_wnd)
+            DestroyWindow(h);
+    }
+
+    // How many uMsg messages with wParam were posted to hWnd; taken out of the queue.
+    static size_t Take(HWND hWnd, UINT uMsg, WPARAM wParam = 0)
+    {
+        size_t n = 0;
+        for (MSG msg; PeekMessageW(&msg, hWnd, uMsg, uMsg, PM_REMOVE);)
+            n += msg.wParam == wParam;
+        return n;
+    }
 
     KvSystemApi m_api = KvDefaultSystemApi();
     KvScopedSystemApi m_scoped{m_api};
     DWORD m_dwSavedSessionId = g_nSessionId;
+    HWND m_wnd[3] = {};
 };
 
-TEST_F(WtsTest, ConsoleIdIsTheSecondAnswer)
+TEST_F(SessionTest, ConsoleIdIsTheSecondAnswer)
 {
     // Right after a switch the first answer may still name the old console session.
     DWORD dwId = 0;
@@ -84,17 +146,11 @@ TEST_F(WtsTest, ConsoleIdIsTheSecondAnswer)
     EXPECT_EQ(0, GetActiveConsoleID(&dwId));
 }
 
-TEST_F(WtsTest, SessionActiveFallsBackToTheConsoleOnlyWhenTheQueryIsMissing)
+TEST_F(SessionTest, SessionActiveFallsBackToTheConsoleOnlyWhenTheQueryIsMissing)
 {
     const DWORD kNone = 0xFFFFFFFF;
     // query error, connect state, the console's two answers, our session, the answer
-    const struct
-    {
-        DWORD dwError;
-        INT state;
-        DWORD dwFirst, dwConsole, dwSession;
-        int nExpected;
-    } cases[] = {
+    const DWORD cases[][6] = {
         {0, WTSActive, 7, 7, 7, 1},
         {0, WTSConnected, 7, 7, 7, 0},
         {0, WTSDisconnected, 7, 7, 7, 0},
@@ -106,38 +162,36 @@ TEST_F(WtsTest, SessionActiveFallsBackToTheConsoleOnlyWhenTheQueryIsMissing)
     };
     for (const auto& c : cases)
     {
-        g_nSessionId = c.dwSession;
-        g_fake.dwQueryError = c.dwError;
-        g_fake.record.assign(reinterpret_cast<const BYTE*>(&c.state),
-                             reinterpret_cast<const BYTE*>(&c.state + 1));
-        g_fake.dwConsoleIds[0] = c.dwFirst;
-        g_fake.dwConsoleIds[1] = c.dwConsole;
+        g_fake.dwQueryError = c[0];
+        g_fake.record.assign(reinterpret_cast<const BYTE*>(&c[1]), reinterpret_cast<const BYTE*>(&c[2]));
+        g_fake.dwConsoleIds[0] = c[2];
+        g_fake.dwConsoleIds[1] = c[3];
+        g_nSessionId = c[4];
         g_fake.nConsoleCalls = 0;
-        EXPECT_EQ(c.nExpected, IsSessionActive()) << c.dwError << " state " << c.state;
-        EXPECT_EQ(c.dwSession, g_fake.dwQueriedSession);
+        EXPECT_EQ(static_cast<int>(c[5]), IsSessionActive()) << c[0] << " state " << c[1];
+        EXPECT_EQ(c[4], g_fake.dwQueriedSession);
         EXPECT_EQ(static_cast<int>(WTSConnectState), g_fake.nQueriedClass);
-        EXPECT_EQ(KvIsMissingFunction(c.dwError) ? 2 : 0, g_fake.nConsoleCalls) << c.dwError;
+        EXPECT_EQ(KvIsMissingFunction(c[0]) ? 2 : 0, g_fake.nConsoleCalls) << c[0];
     }
     EXPECT_EQ(3, g_fake.nFrees);
 }
 
-TEST_F(WtsTest, LockStateComesFromTheExtendedRecord)
+TEST_F(SessionTest, LockStateComesFromTheExtendedRecord)
 {
-    const size_t kFull = sizeof(KV_WTSINFOEXW);
+    const DWORD kFull = sizeof(KV_WTSINFOEXW), kLock = KV_WTS_SESSIONSTATE_LOCK,
+                kUnlock = KV_WTS_SESSIONSTATE_UNLOCK;
     const struct
     {
-        DWORD dwError, dwLevel;
-        LONG lFlags;
-        size_t cb;
+        DWORD dwError, dwLevel, dwFlags, cb;
         bool bLocked;
         const char* szError; // the one ERROR line, or none
     } cases[] = {
-        {0, 1, KV_WTS_SESSIONSTATE_UNLOCK, kFull, false, nullptr},
-        {0, 1, KV_WTS_SESSIONSTATE_LOCK, kFull, true, nullptr},
-        {0, 1, KV_WTS_SESSIONSTATE_UNLOCK, kFull + 16, false, nullptr},
+        {0, 1, kUnlock, kFull, false, nullptr},
+        {0, 1, kLock, kFull, true, nullptr},
+        {0, 1, kUnlock, kFull + 16, false, nullptr},
         // A level the agent does not know counts as locked, whatever the flags say.
-        {0, 2, KV_WTS_SESSIONSTATE_UNLOCK, kFull, true, nullptr},
-        {0, 1, KV_WTS_SESSIONSTATE_LOCK, kFull - 1, false,
+        {0, 2, kUnlock, kFull, true, nullptr},
+        {0, 1, kLock, kFull - 1, false,
          "Returned data for KV_WTSSessionInfoEx query is less then size of KV_WTSINFOEXW structure."},
         {ERROR_PROC_NOT_FOUND, 1, 0, kFull, false,
          "Unable to load query for WTSQuerySessionInformationW function in  wtsapi32.dll."},
@@ -146,27 +200,27 @@ TEST_F(WtsTest, LockStateComesFromTheExtendedRecord)
     };
     for (const auto& c : cases)
     {
+        SCOPED_TRACE(testing::Message()
+                     << "error " << c.dwError << " level " << c.dwLevel << " size " << c.cb);
         kvtest::LogCapture log;
         KV_WTSINFOEXW info = {};
         info.Level = c.dwLevel;
-        info.Data.WTSInfoExLevel1.SessionFlags = c.lFlags;
+        info.Data.WTSInfoExLevel1.SessionFlags = static_cast<LONG>(c.dwFlags);
         g_fake.record.assign(c.cb, 0);
         std::memcpy(g_fake.record.data(), &info, std::min(c.cb, kFull));
         g_fake.dwQueryError = c.dwError;
         g_fake.nConsoleCalls = g_fake.nFrees = 0;
-        const std::string what = std::to_string(c.dwError) + " level " + std::to_string(c.dwLevel) +
-                                 " size " + std::to_string(c.cb);
-        EXPECT_EQ(c.bLocked, IsSessionLockedWindows10()) << what;
+        EXPECT_EQ(c.bLocked, IsSessionLockedWindows10());
         EXPECT_EQ(WTS_CURRENT_SESSION, g_fake.dwQueriedSession);
         EXPECT_EQ(KV_WTSSessionInfoEx, g_fake.nQueriedClass);
-        EXPECT_EQ(c.dwError == 0 ? 1 : 0, g_fake.nFrees) << what;
+        EXPECT_EQ(c.dwError == 0 ? 1 : 0, g_fake.nFrees) << "every buffer goes back";
         EXPECT_EQ(2, g_fake.nConsoleCalls) << "the console is asked first";
-        EXPECT_EQ(c.szError ? 1u : 0u, kvtest::CountContaining(log.Lines(), "ERROR|")) << what;
-        EXPECT_EQ(c.szError ? 1u : 0u, log.Count("ERROR", "UtilWTS", c.szError ? c.szError : "")) << what;
+        EXPECT_EQ(c.szError ? 1u : 0u, kvtest::CountContaining(log.Lines(), "ERROR|"));
+        EXPECT_EQ(c.szError ? 1u : 0u, log.Count("ERROR", "UtilWTS", c.szError ? c.szError : ""));
     }
 }
 
-TEST_F(WtsTest, VersionComparesMajorThenMinorThenServicePack)
+TEST_F(SessionTest, VersionComparesMajorThenMinorThenServicePack)
 {
     // major, minor, service pack of the system; the same asked for; the answer
     const unsigned cases[][7] = {{10, 0, 0, 10, 0, 0, 1}, {6, 3, 0, 10, 0, 0, 0}, {11, 0, 0, 10, 5, 9, 1},
@@ -180,7 +234,6 @@ TEST_F(WtsTest, VersionComparesMajorThenMinorThenServicePack)
         EXPECT_EQ(static_cast<int>(c[6]), IsWindowsVersionEqualOrGreater(c[3], c[4], static_cast<WORD>(c[5])))
             << c[0] << "." << c[1] << " sp" << c[2] << " vs " << c[3] << "." << c[4] << " sp" << c[5];
     }
-    g_fake.dwMajor = 6;
     EXPECT_EQ(0, IsWindows10OrGreater());
     g_fake.dwMajor = 10;
     EXPECT_EQ(1, IsWindows10OrGreater());
@@ -188,17 +241,71 @@ TEST_F(WtsTest, VersionComparesMajorThenMinorThenServicePack)
     EXPECT_EQ(0, IsWindows10OrGreater());
 }
 
-TEST(WtsSystemTest, QueriesWineAnswersMatchTheSystem)
+TEST(SessionSystemTest, QueriesWineAnswersMatchTheSystem)
 {
     DWORD dwSession = 0xFFFFFFFF;
     ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &dwSession));
     EXPECT_EQ(dwSession, GetSessionID());
     // The prefix is Windows 10, though no manifest of this program admits it.
     EXPECT_EQ(1, IsWindows10OrGreater());
-    EXPECT_EQ(0, IsWindowsVersionEqualOrGreater(10, 0, 1000));
-    EXPECT_EQ(::IsUserAnAdmin() ? 1 : 0, KvWTS::IsUserAnAdmin());
     EXPECT_NE(0, GetFileMajorVersion(L"Shell32.dll"));
     EXPECT_EQ(0, GetFileMajorVersion(L"C:\\no\\such\\module.dll"));
+}
+
+TEST_F(SessionTest, LogoffForcesForAnyNonZeroValue)
+{
+    kvtest::LogCapture log;
+    for (int bForce : {0, 1, -3})
+        EXPECT_NE(0, Logoff(bForce));
+    const std::vector<std::pair<UINT, DWORD>> expected = {{EWX_LOGOFF, 0}, {EWX_FORCE, 0}, {EWX_FORCE, 0}};
+    EXPECT_EQ(expected, g_fake.exitCalls);
+    EXPECT_EQ(1u, log.Count("INFO", "DesktopOptions", "bForce=1"));
+    g_fake.bExitResult = FALSE;
+    EXPECT_EQ(0, Logoff(0));
+}
+
+TEST_F(SessionTest, FailedOrMissingLockStartsTheScreenSaver)
+{
+    g_fake.hForeground = m_wnd[0];
+    for (DWORD dwError : {0ul, 5ul, 127ul, 126ul}) // refused, function or library missing
+    {
+        g_fake.bLockResult = dwError == 0;
+        g_fake.dwLockError = dwError;
+        EXPECT_EQ(1, LockWorkstation());
+        EXPECT_EQ(dwError == 0 ? 0u : 1u, Take(m_wnd[0], WM_SYSCOMMAND, SC_SCREENSAVE)) << dwError;
+    }
+    g_fake.hForeground = nullptr;
+    EXPECT_EQ(1, LockWorkstation()) << "nobody to ask, still done";
+
+    // The real lookup: Wine has the function, and it fails.
+    if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr)
+        return; // would lock this workstation
+    g_fake.hForeground = m_wnd[0];
+    m_api.pfnLockWorkStation = KvDefaultSystemApi().pfnLockWorkStation;
+    EXPECT_EQ(1, LockWorkstation());
+    EXPECT_EQ(1u, Take(m_wnd[0], WM_SYSCOMMAND, SC_SCREENSAVE));
+}
+
+TEST_F(SessionTest, KillScreenSaverClosesTheVisibleWindowsOfItsDesktop)
+{
+    ASSERT_TRUE(IsWindowVisible(m_wnd[0]) && !IsWindowVisible(m_wnd[1]));
+    g_fake.saverWindows = {m_wnd[0], m_wnd[1], m_wnd[2]};
+    KillScreenSaver();
+    EXPECT_EQ(nullptr, g_fake.hEnumerated) << "no screen-saver desktop, no walk";
+
+    g_fake.bSaverDesktop = TRUE;
+    KillScreenSaver();
+    EXPECT_EQ(L"Screen-saver", g_fake.openedName);
+    EXPECT_EQ(static_cast<ACCESS_MASK>(DESKTOP_READOBJECTS | DESKTOP_WRITEOBJECTS), g_fake.openedAccess);
+    EXPECT_FALSE(g_fake.bOpenedInherit);
+    ASSERT_NE(nullptr, g_fake.hOpened);
+    EXPECT_EQ(g_fake.hOpened, g_fake.hEnumerated);
+    EXPECT_EQ(1u, Take(m_wnd[0], WM_CLOSE));
+    EXPECT_EQ(0u, Take(m_wnd[1], WM_CLOSE)) << "hidden";
+    EXPECT_EQ(1u, Take(m_wnd[2], WM_CLOSE)) << "after a hidden one";
+    wchar_t szName[260];
+    EXPECT_FALSE(GetUserObjectInformationW(g_fake.hOpened, UOI_NAME, szName, sizeof(szName), nullptr))
+        << "the desktop is closed again";
 }
 
 } // namespace
