@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <string>
 
 namespace kvtest
@@ -13,19 +14,11 @@ inline void AppendRecord(const std::wstring& line)
 {
     wchar_t szPath[MAX_PATH] = {};
     const DWORD cch = GetEnvironmentVariableW(L"KVNXST_TEST_RECORD", szPath, MAX_PATH);
-    if (cch == 0 || cch >= MAX_PATH)
+    FILE* f = cch != 0 && cch < MAX_PATH ? _wfopen(szPath, L"ab") : nullptr;
+    if (f == nullptr)
         return;
-    HANDLE hFile = CreateFileW(szPath, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                               OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (hFile == INVALID_HANDLE_VALUE)
-        return;
-    const std::wstring text = line + L"\n";
-    char buf[2048];
-    const int n = WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), buf,
-                                      sizeof buf, nullptr, nullptr);
-    DWORD dwWritten = 0;
-    WriteFile(hFile, buf, static_cast<DWORD>(n), &dwWritten, nullptr);
-    CloseHandle(hFile);
+    std::fprintf(f, "%ls\n", line.c_str());
+    std::fclose(f);
 }
 
 } // namespace kvtest

@@ -1,6 +1,6 @@
 // Stands in for the remote-control service program. Started without arguments it is the service
 // "kvnxsv" under the Service Control Manager; started with arguments (as "KVNXS.EXE -service" by
-// the agent) it appends its command line to the file named by KVNXST_TEST_RECORD and exits.
+// the agent) it appends its command line to the record (fake_record.h) and exits.
 #include "fake_record.h"
 
 #include <windows.h>
@@ -9,7 +9,7 @@ namespace
 {
 
 SERVICE_STATUS_HANDLE g_hStatus = nullptr;
-HANDLE g_hStopEvent = nullptr;
+HANDLE g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 
 void Report(DWORD dwState)
 {
@@ -23,16 +23,12 @@ void Report(DWORD dwState)
 DWORD WINAPI Handler(DWORD dwControl, DWORD, LPVOID, LPVOID)
 {
     if (dwControl == SERVICE_CONTROL_STOP)
-    {
-        Report(SERVICE_STOP_PENDING);
-        SetEvent(g_hStopEvent);
-    }
+        Report(SERVICE_STOP_PENDING), SetEvent(g_hStopEvent);
     return NO_ERROR;
 }
 
 void WINAPI ServiceMain(DWORD, LPWSTR*)
 {
-    g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     g_hStatus = RegisterServiceCtrlHandlerExW(L"kvnxsv", Handler, nullptr);
     Report(SERVICE_RUNNING);
     WaitForSingleObject(g_hStopEvent, INFINITE);
@@ -44,10 +40,7 @@ void WINAPI ServiceMain(DWORD, LPWSTR*)
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, LPWSTR lpCmdLine, int)
 {
     if (lpCmdLine != nullptr && lpCmdLine[0] != L'\0')
-    {
-        kvtest::AppendRecord(std::wstring(L"args=") + lpCmdLine);
-        return 0;
-    }
+        return kvtest::AppendRecord(std::wstring(L"args=") + lpCmdLine), 0;
     wchar_t szName[] = L"kvnxsv";
     SERVICE_TABLE_ENTRYW table[] = {{szName, ServiceMain}, {nullptr, nullptr}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
