@@ -110,7 +110,7 @@ TEST(EngineHandshake, EachWayTheAgentCanGetItWrongIsReported)
          [&](Bytes& a) { a.insert(a.begin(), state.begin(), state.end()); }},
         {"reserved bytes 4-7 or 24-35", MSG_TYPE_VERSION, [](Bytes& a) { a[30] ^= 1; }},
         {"before its acknowledgement", MSG_TYPE_TRAYICON_INIT, ackAfterEcho},
-        {"bytes 12-16211", MSG_TYPE_TRAYICON_INIT, [](Bytes& a) { a[20] ^= a.size() > 8 ? 1 : 0; }},
+        {"bytes 12-16211", MSG_TYPE_TRAYICON_INIT, [](Bytes& a) { if (a.size() > 8) a[20] ^= 1; }},
         {"carries mask 3, must be 0", MSG_TYPE_TRAYICON_INIT,
          [](Bytes& a) { a[4] = a.size() == 8 ? 3 : a[4]; }},
         // Four bytes too many: the next id is garbage.
