@@ -21,8 +21,6 @@ public:
             log4cxx::xml::DOMConfigurator::configure(xml) == log4cxx::spi::ConfigurationStatus::Configured;
     }
     ~LogCapture() { log4cxx::LogManager::resetConfiguration(); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
 
     bool Configured() const { return m_bConfigured; }
     std::vector<std::string> Lines() const { return kvtest::Lines(ReadTextFile(m_log)); }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -57,10 +58,8 @@ inline std::vector<std::string> Lines(const std::string& text)
 
 inline size_t CountContaining(const std::vector<std::string>& lines, const std::string& part)
 {
-    size_t n = 0;
-    for (const std::string& line : lines)
-        n += line.find(part) != std::string::npos;
-    return n;
+    return std::count_if(lines.begin(), lines.end(),
+                         [&](auto& line) { return line.find(part) != line.npos; });
 }
 
 // Lines of that level and logger whose message is exactly text.
