@@ -5,11 +5,9 @@
 
 #include "resource.h" // must coexist with the system headers
 
-#include <gtest/gtest.h>
+#include "test_logging_support.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <cwchar>
 #include <regex>
 #include <string>
 #include <vector>
@@ -17,17 +15,9 @@
 namespace
 {
 
-std::wstring BinPath(const wchar_t* name)
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    *(std::wcsrchr(path, L'\\') + 1) = L'\0';
-    return path + std::wstring(name);
-}
-
 HMODULE LoadAsData(const wchar_t* name)
 {
-    return LoadLibraryExW(BinPath(name).c_str(), nullptr,
+    return LoadLibraryExW((kvtest::ModuleFolder() + name).c_str(), nullptr,
                           LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 }
 
@@ -43,18 +33,10 @@ std::wstring LoadText(HMODULE module, UINT id)
 std::string Conversions(const std::wstring& format)
 {
     std::string found;
-    for (size_t i = format.find(L'%'); i != std::wstring::npos; i = format.find(L'%', i + 1))
-    {
-        if (format.compare(i, 2, L"%%") == 0)
-        {
-            ++i;
-            continue;
-        }
-        const size_t start = format.find_first_not_of(L"-+ #0123456789.*", i + 1);
-        i = format.find_first_not_of(L"hlLqjztwI", start);
-        found += i == std::wstring::npos ? "%" : std::string(format.begin() + start, format.begin() + i + 1);
-        found += ' ';
-    }
+    const std::wregex conversion(L"%(%|[-+ #0-9.*]*([hlLqjztwI]*.?))");
+    for (std::wsregex_iterator it(format.begin(), format.end(), conversion), end; it != end; ++it)
+        if (it->str(1) != L"%")
+            found += (it->length(2) ? std::string((*it)[2].first, (*it)[2].second) : "%") + " ";
     return found;
 }
 
@@ -116,7 +98,7 @@ void ExpectEverySize(HMODULE module, UINT id)
 
 } // namespace
 
-TEST(AgentResources, LibraryHoldsEveryStringWithExactlyItsPlaceholders)
+TEST(AgentResources, LibraryHoldsEveryStringWithExactlyItsPlaceholdersEveryIconAndTheBanners)
 {
     HMODULE lib = LoadAsData(L"KVNXSTRES.dll");
     ASSERT_NE(lib, nullptr) << "KVNXSTRES.dll missing beside the test";
@@ -130,30 +112,19 @@ TEST(AgentResources, LibraryHoldsEveryStringWithExactlyItsPlaceholders)
     }
     for (UINT id : {10u, 76u})
         EXPECT_EQ(0u, LoadText(lib, id).rfind(L"https://", 0)) << "link of string " << id;
-    FreeLibrary(lib);
-}
 
-TEST(AgentResources, LibraryIconsHaveEverySizeAndDifferAt16PixelsBesideTheBanners)
-{
-    HMODULE lib = LoadAsData(L"KVNXSTRES.dll");
-    ASSERT_NE(lib, nullptr);
     for (UINT id : kIcons)
         ExpectEverySize(lib, id);
     // Told apart at 16 px: a coloured screen is some 80 pixels, a sign alone a dozen.
     for (size_t a = 0; a < 4; ++a)
         for (size_t b = a + 1; b < 4; ++b)
         {
-            const BYTE* pa = IconImage(lib, kIcons[a], 16);
-            const BYTE* pb = IconImage(lib, kIcons[b], 16);
+            const BYTE *pa = IconImage(lib, kIcons[a], 16), *pb = IconImage(lib, kIcons[b], 16);
             ASSERT_TRUE(pa && pb);
+            auto apart = [&](int i) { return std::abs(pa[i] - pb[i]) > 48; };
             int different = 0;
-            for (int i = 0; i < 256; ++i)
-            {
-                int largest = 0;
-                for (int c = 0; c < 4; ++c)
-                    largest = std::max(largest, std::abs(pa[4 * i + c] - pb[4 * i + c]));
-                different += largest > 48;
-            }
+            for (int i = 0; i < 1024; i += 4)
+                different += apart(i) || apart(i + 1) || apart(i + 2) || apart(i + 3);
             EXPECT_GE(different, 24) << "icons " << kIcons[a] << " and " << kIcons[b];
         }
 
@@ -172,7 +143,7 @@ TEST(AgentResources, LibraryIconsHaveEverySizeAndDifferAt16PixelsBesideTheBanner
 // Wine runs without a manifest, so the embedded XML is what proves the exe asks for these.
 TEST(AgentResources, ExeCarriesVersionInformationManifestAndTheIdleIcon)
 {
-    const std::wstring path = BinPath(L"KVNXST.exe");
+    const std::wstring path = kvtest::ModuleFolder() + L"KVNXST.exe";
     std::vector<BYTE> block(GetFileVersionInfoSizeW(path.c_str(), nullptr));
     ASSERT_TRUE(!block.empty() &&
                 GetFileVersionInfoW(path.c_str(), 0, static_cast<DWORD>(block.size()), block.data()));
@@ -180,10 +151,9 @@ TEST(AgentResources, ExeCarriesVersionInformationManifestAndTheIdleIcon)
     UINT size = 0;
     ASSERT_TRUE(VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&fixed), &size));
     EXPECT_EQ(static_cast<DWORD>(VFT_APP), fixed->dwFileType);
-    const std::wstring version = std::to_wstring(HIWORD(fixed->dwFileVersionMS)) + L"." +
-                                 std::to_wstring(LOWORD(fixed->dwFileVersionMS)) + L"." +
-                                 std::to_wstring(HIWORD(fixed->dwFileVersionLS)) + L"." +
-                                 std::to_wstring(LOWORD(fixed->dwFileVersionLS));
+    wchar_t version[32];
+    swprintf(version, 32, L"%u.%u.%u.%u", HIWORD(fixed->dwFileVersionMS), LOWORD(fixed->dwFileVersionMS),
+             HIWORD(fixed->dwFileVersionLS), LOWORD(fixed->dwFileVersionLS));
     // Through the first translation, as the About box reads them.
     WORD* translation = nullptr;
     ASSERT_TRUE(VerQueryValueW(block.data(), L"\\VarFileInfo\\Translation",
