@@ -10,12 +10,15 @@ log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::KVNXSTWindow));
 // No configuration: TRACE off and no appenders, as in the field.
 const bool traceOff = (log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getInfo()), true);
 
-void BareIsTraceEnabled(benchmark::State& state)
+// isTraceEnabledFor is the test a block makes; isTraceEnabled asks the repository as well.
+template <typename Test> void BareLevelTest(benchmark::State& state, Test test)
 {
     for (auto _ : state)
-        benchmark::DoNotOptimize(logger->isTraceEnabled());
+        benchmark::DoNotOptimize(test());
 }
-BENCHMARK(BareIsTraceEnabled);
+BENCHMARK_CAPTURE(BareLevelTest, IsTraceEnabledFor,
+                  [] { return log4cxx::Logger::isTraceEnabledFor(logger); });
+BENCHMARK_CAPTURE(BareLevelTest, IsTraceEnabled, [] { return logger->isTraceEnabled(); });
 
 template <typename Char> void KvLogBlockTraceOff(benchmark::State& state, const Char* name)
 {
