@@ -1,5 +1,7 @@
 #include "KvSystemApi.h"
 
+#include "KvHandles.h"
+
 #include <atomic>
 #include <cwchar>
 
@@ -14,34 +16,21 @@ public:
     explicit QuietLibrary(const wchar_t* szPath)
     {
         const UINT uPrevious = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
-        m_hModule = LoadLibraryW(szPath);
+        m_module.Reset(LoadLibraryW(szPath));
         const DWORD dwError = GetLastError();
         SetErrorMode(uPrevious);
         SetLastError(dwError);
     }
 
-    ~QuietLibrary()
-    {
-        if (m_hModule != nullptr)
-        {
-            const DWORD dwError = GetLastError();
-            FreeLibrary(m_hModule);
-            SetLastError(dwError);
-        }
-    }
-
-    QuietLibrary(const QuietLibrary&) = delete;
-    QuietLibrary& operator=(const QuietLibrary&) = delete;
-
     // The function, or null with ERROR_MOD_NOT_FOUND / ERROR_PROC_NOT_FOUND as the last error.
     template <typename Fn> Fn Find(const char* szName) const
     {
-        if (m_hModule == nullptr)
+        if (!m_module)
         {
             SetLastError(ERROR_MOD_NOT_FOUND);
             return nullptr;
         }
-        FARPROC proc = GetProcAddress(m_hModule, szName);
+        FARPROC proc = GetProcAddress(m_module.Get(), szName);
         if (proc == nullptr)
         {
             SetLastError(ERROR_PROC_NOT_FOUND);
@@ -52,7 +41,7 @@ public:
     }
 
 private:
-    HMODULE m_hModule;
+    KvModule m_module;
 };
 
 // Session notifications come from the copy in the system folder only.
@@ -168,18 +157,15 @@ BOOL SysGetInputDesktopName(wchar_t* szName, DWORD cchName)
         return FALSE;
     }
     szName[0] = L'\0';
-    HDESK hDesk = OpenInputDesktop(0, FALSE, DESKTOP_READOBJECTS);
-    if (hDesk == nullptr)
+    const KvDesktop desk(OpenInputDesktop(0, FALSE, DESKTOP_READOBJECTS));
+    if (!desk)
         return FALSE;
     DWORD cbNeeded = 0;
     const BOOL bRead =
-        GetUserObjectInformationW(hDesk, UOI_NAME, szName, cchName * sizeof(wchar_t), &cbNeeded);
-    const DWORD dwError = GetLastError();
-    CloseDesktop(hDesk);
+        GetUserObjectInformationW(desk.Get(), UOI_NAME, szName, cchName * sizeof(wchar_t), &cbNeeded);
     if (!bRead)
         szName[0] = L'\0';
     szName[cchName - 1] = L'\0';
-    SetLastError(dwError);
     return bRead;
 }
 

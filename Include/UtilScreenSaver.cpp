@@ -1,5 +1,6 @@
 #include "UtilScreenSaver.h"
 
+#include "KvHandles.h"
 #include "KvLogging.h"
 #include "KvSystemApi.h"
 
@@ -19,12 +20,12 @@ void KillScreenSaver()
 {
     KvLogBlock logBlock(logger, L"KillScreenSaver");
     const KvSystemApi& api = KvGetSystemApi();
-    HDESK hDesk = api.pfnOpenDesktopW(L"Screen-saver", 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_WRITEOBJECTS);
-    if (hDesk == nullptr)
+    const KvDesktop desk(
+        api.pfnOpenDesktopW(L"Screen-saver", 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_WRITEOBJECTS));
+    if (!desk)
     {
         LOG4CXX_DEBUG(logger, L"No screen saver desktop. Error = " << GetLastError());
         return;
     }
-    api.pfnEnumDesktopWindows(hDesk, KillScreenSaverFunc, 0);
-    CloseDesktop(hDesk);
+    api.pfnEnumDesktopWindows(desk.Get(), KillScreenSaverFunc, 0);
 }

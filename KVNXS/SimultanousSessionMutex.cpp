@@ -1,5 +1,6 @@
 #include "SimultanousSessionMutex.h"
 
+#include "KvHandles.h"
 #include "KvLogging.h"
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::SimultanousSessionMutex));
@@ -53,10 +54,8 @@ bool CSimultanousSessionMutex::IsSession(const wchar_t* szMutexName)
 {
     KvLogBlock logBlock(logger, L"CSimultanousSessionMutex::IsSession");
     bool bExist = true;
-    HANDLE hMutex = OpenMutexW(SYNCHRONIZE, FALSE, szMutexName);
-    if (hMutex != nullptr)
-        CloseHandle(hMutex);
-    else
+    const KvKernelHandle mutex(OpenMutexW(SYNCHRONIZE, FALSE, szMutexName));
+    if (!mutex)
         // Any answer but "not found" (access denied, above all) counts as a running session.
         bExist = GetLastError() != ERROR_FILE_NOT_FOUND;
     LOG4CXX_DEBUG(logger, L"Session existence checked, exist = " << bExist);

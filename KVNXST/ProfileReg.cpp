@@ -1,5 +1,7 @@
 #include "ProfileReg.h"
 
+#include "KvHandles.h"
+
 #include <cstring>
 #include <cwchar>
 
@@ -75,13 +77,11 @@ LONG CProfileReg::Read(const wchar_t* szSection, const wchar_t* szName, DWORD* p
     wchar_t szPath[kcchText];
     if (!FormatKeyPath(szPath, szSection))
         return ERROR_INVALID_PARAMETER;
-    HKEY hKey = nullptr;
-    LONG lResult = RegOpenKeyExW(m_hRootKey, szPath, 0, KEY_READ, &hKey);
+    KvRegKey key;
+    const LONG lResult = RegOpenKeyExW(m_hRootKey, szPath, 0, KEY_READ, key.Put());
     if (lResult != ERROR_SUCCESS)
         return lResult;
-    lResult = RegQueryValueExW(hKey, szName != nullptr ? szName : L"", nullptr, pdwType, pData, pcbData);
-    RegCloseKey(hKey);
-    return lResult;
+    return RegQueryValueExW(key.Get(), szName != nullptr ? szName : L"", nullptr, pdwType, pData, pcbData);
 }
 
 LONG CProfileReg::Write(const wchar_t* szSection, const wchar_t* szName, DWORD dwType, const BYTE* pData,
@@ -91,14 +91,12 @@ LONG CProfileReg::Write(const wchar_t* szSection, const wchar_t* szName, DWORD d
     wchar_t szPath[kcchText];
     if (!FormatKeyPath(szPath, szSection))
         return ERROR_INVALID_PARAMETER;
-    HKEY hKey = nullptr;
-    LONG lResult = RegCreateKeyExW(m_hRootKey, szPath, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                                   nullptr, &hKey, nullptr);
+    KvRegKey key;
+    const LONG lResult = RegCreateKeyExW(m_hRootKey, szPath, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                         KEY_ALL_ACCESS, nullptr, key.Put(), nullptr);
     if (lResult != ERROR_SUCCESS)
         return lResult;
-    lResult = RegSetValueExW(hKey, szName != nullptr ? szName : L"", 0, dwType, pData, cbData);
-    RegCloseKey(hKey);
-    return lResult;
+    return RegSetValueExW(key.Get(), szName != nullptr ? szName : L"", 0, dwType, pData, cbData);
 }
 
 int CProfileReg::GetProfileInt(const wchar_t* szSection, const wchar_t* szName, int nDefault)
@@ -196,23 +194,22 @@ BOOL CProfileReg::Delete(const wchar_t* szSection, const wchar_t* szName)
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    HKEY hKey = nullptr;
-    LONG lResult = RegOpenKeyExW(m_hRootKey, szPath, 0, KEY_ALL_ACCESS, &hKey);
+    KvRegKey key;
+    LONG lResult = RegOpenKeyExW(m_hRootKey, szPath, 0, KEY_ALL_ACCESS, key.Put());
     if (lResult == ERROR_SUCCESS)
     {
         if (IsEmpty(szSection))
         {
             // Everything under the product's key, the key itself stays.
-            lResult = RegDeleteTreeW(hKey, nullptr);
+            lResult = RegDeleteTreeW(key.Get(), nullptr);
         }
         else
         {
             const wchar_t* szTarget = szName != nullptr ? szName : L"";
-            lResult = RegDeleteKeyW(hKey, szTarget);
+            lResult = RegDeleteKeyW(key.Get(), szTarget);
             if (lResult == ERROR_FILE_NOT_FOUND)
-                lResult = RegDeleteValueW(hKey, szTarget);
+                lResult = RegDeleteValueW(key.Get(), szTarget);
         }
-        RegCloseKey(hKey);
     }
     SetLastError(static_cast<DWORD>(lResult));
     return lResult == ERROR_SUCCESS;

@@ -1,5 +1,6 @@
 #include "UtilService.h"
 
+#include "KvHandles.h"
 #include "KvLogging.h"
 #include "UtilLog.h"
 
@@ -10,32 +11,6 @@ namespace
 
 constexpr wchar_t KV_SERVICE_NAME[] = L"kvnxsv";
 
-// Closes a manager or service handle on every way out.
-class ScHandle
-{
-public:
-    explicit ScHandle(SC_HANDLE h = nullptr) : m_h(h) {}
-    ~ScHandle()
-    {
-        if (m_h != nullptr)
-            CloseServiceHandle(m_h);
-    }
-    ScHandle(const ScHandle&) = delete;
-    ScHandle& operator=(const ScHandle&) = delete;
-    ScHandle& operator=(SC_HANDLE h)
-    {
-        if (m_h != nullptr)
-            CloseServiceHandle(m_h);
-        m_h = h;
-        return *this;
-    }
-    SC_HANDLE Get() const { return m_h; }
-    explicit operator bool() const { return m_h != nullptr; }
-
-private:
-    SC_HANDLE m_h;
-};
-
 } // namespace
 
 int IsServiceInstalled()
@@ -43,22 +18,22 @@ int IsServiceInstalled()
     KvLogBlock logBlock(logger, L"IsServiceInstalled");
     int bInstalled = 0;
     {
-        ScHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+        const KvServiceHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
         if (!hManager)
         {
             LogErrorMsg(L"Unable to connect to Service Control Manager (OpenSCManager).", GetLastError());
         }
         else
         {
-            ScHandle hService(
+            KvServiceHandle hService(
                 OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
             // Only "no such service" is a definite no; a refusal may still leave a narrower
             // access open, and any open proves the service exists.
             if (!hService && GetLastError() != ERROR_SERVICE_DOES_NOT_EXIST)
             {
-                hService = OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS);
+                hService.Reset(OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS));
                 if (!hService)
-                    hService = OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_START);
+                    hService.Reset(OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_START));
                 if (!hService)
                     LogErrorMsg(L"Unable to query service (OpenService).", GetLastError());
             }
@@ -76,7 +51,7 @@ int IsServiceRunning()
     int bRunning = 0;
     DWORD dwError = 0;
     {
-        ScHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+        const KvServiceHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
         if (!hManager)
         {
             dwError = GetLastError();
@@ -84,13 +59,13 @@ int IsServiceRunning()
         }
         else
         {
-            ScHandle hService(OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS));
+            KvServiceHandle hService(OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS));
             if (!hService)
             {
                 dwError = GetLastError();
                 if (dwError != ERROR_SERVICE_DOES_NOT_EXIST)
                 {
-                    hService = OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS);
+                    hService.Reset(OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_QUERY_STATUS));
                     if (!hService)
                     {
                         dwError = GetLastError();
@@ -125,8 +100,8 @@ DWORD StartLocalKvnxsvService()
     LOG4CXX_INFO(logger, L"StartLocalKvnxsvService");
     DWORD dwError = 0;
     {
-        ScHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-        ScHandle hService(hManager ? OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_START) : nullptr);
+        const KvServiceHandle hManager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+        KvServiceHandle hService(hManager ? OpenServiceW(hManager.Get(), KV_SERVICE_NAME, SERVICE_START) : nullptr);
         if (!hService || !StartServiceW(hService.Get(), 0, nullptr))
             dwError = GetLastError();
     }

@@ -1,5 +1,6 @@
 #include "UtilSettings.h"
 
+#include "KvHandles.h"
 #include "KvLogging.h"
 #include "UtilFile.h"
 #include "resource.h"
@@ -93,9 +94,9 @@ void SetApplicationMode(HMODULE hSettingsLibrary)
 int TestRegistryWriteAccess()
 {
     KvLogBlock logBlock(logger, L"TestRegistryWriteAccess");
-    HKEY hKey = nullptr;
+    KvRegKey key;
     LONG lResult = RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestrova Development", 0, nullptr,
-                                   REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &hKey, nullptr);
+                                   REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, key.Put(), nullptr);
     if (lResult != ERROR_SUCCESS)
     {
         LOG4CXX_INFO(logger, L"TestRegistryWriteAccess RegCreateKeyExW=" << lResult);
@@ -103,10 +104,9 @@ int TestRegistryWriteAccess()
     }
     const DWORD dwValue = 1;
     lResult =
-        RegSetValueExW(hKey, L"Test", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dwValue), sizeof dwValue);
+        RegSetValueExW(key.Get(), L"Test", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&dwValue), sizeof dwValue);
     if (lResult == ERROR_SUCCESS)
-        lResult = RegDeleteValueW(hKey, L"Test");
-    RegCloseKey(hKey);
+        lResult = RegDeleteValueW(key.Get(), L"Test");
     LOG4CXX_INFO(logger, L"TestRegistryWriteAccess result=" << lResult);
     return lResult == ERROR_SUCCESS ? 1 : 0;
 }
@@ -124,18 +124,17 @@ int DisplaySettingsDialog(HWND hOwner, int bService)
             return 0;
     }
 
-    HMODULE hLibrary = Vexa_LoadLibrary(KV_SETTINGS_LIBRARY);
-    if (hLibrary == nullptr)
+    const KvModule library(Vexa_LoadLibrary(KV_SETTINGS_LIBRARY));
+    if (!library)
         return 0;
     if (!bService)
-        SetApplicationMode(hLibrary);
+        SetApplicationMode(library.Get());
     int nResult = 0;
-    auto pfn = FindFunction<PFN_KVNX_SettingsDialog>(hLibrary, "KVNX_SettingsDialog");
+    auto pfn = FindFunction<PFN_KVNX_SettingsDialog>(library.Get(), "KVNX_SettingsDialog");
     if (pfn != nullptr)
         nResult = pfn(hOwner);
     else
         LOG4CXX_WARN(logger, L"KVNX_SettingsDialog not found");
-    FreeLibrary(hLibrary);
     LOG4CXX_INFO(logger, L"KVNX_SettingsDialog=" << nResult);
     return nResult != 0 ? 1 : 0;
 }
