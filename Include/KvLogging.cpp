@@ -18,9 +18,10 @@ void KvLogBlock::Enter(const wchar_t* name, const char* file, const char* functi
     try
     {
         m_name = name != nullptr ? name : L"";
-        m_where = log4cxx::spi::LocationInfo(file, log4cxx::spi::LocationInfo::calcShortFileName(file),
-                                             function, line);
-        m_logger->forcedLog(log4cxx::Level::getTrace(), m_name + L" entering.", m_where);
+        m_szFile = file;
+        m_szFunction = function;
+        m_nLine = line;
+        m_logger->forcedLog(log4cxx::Level::getTrace(), m_name + L" entering.", Where());
         m_bEntered = true;
     }
     catch (...)
@@ -45,13 +46,19 @@ void KvLogBlock::Exit() noexcept
 {
     try
     {
-        // Checked again: the level may have been raised inside the block.
+        // Checked again: the level may have changed inside the block.
         if (log4cxx::Logger::isTraceEnabledFor(m_logger))
-            m_logger->forcedLog(log4cxx::Level::getTrace(), m_name + L" exiting.", m_where);
+            m_logger->forcedLog(log4cxx::Level::getTrace(), m_name + L" exiting.", Where());
     }
     catch (...)
     {
     }
+}
+
+log4cxx::spi::LocationInfo KvLogBlock::Where() const
+{
+    return log4cxx::spi::LocationInfo(m_szFile, log4cxx::spi::LocationInfo::calcShortFileName(m_szFile),
+                                      m_szFunction, m_nLine);
 }
 
 void KvSetThreadName(const wchar_t* name)

@@ -50,7 +50,7 @@ public:
     // support, in GCC, Clang and MSVC alike).
     KvLogBlock(log4cxx::LoggerPtr& logger, const wchar_t* name, const char* file = __builtin_FILE(),
                const char* function = __builtin_FUNCTION(), int line = __builtin_LINE())
-        : m_logger(logger), m_bEntered(false)
+        : m_logger(logger), m_szFile(nullptr), m_szFunction(nullptr), m_nLine(0), m_bEntered(false)
     {
         if (log4cxx::Logger::isTraceEnabledFor(m_logger))
             Enter(name, file, function, line);
@@ -58,7 +58,7 @@ public:
 
     KvLogBlock(log4cxx::LoggerPtr& logger, const char* name, const char* file = __builtin_FILE(),
                const char* function = __builtin_FUNCTION(), int line = __builtin_LINE())
-        : m_logger(logger), m_bEntered(false)
+        : m_logger(logger), m_szFile(nullptr), m_szFunction(nullptr), m_nLine(0), m_bEntered(false)
     {
         if (log4cxx::Logger::isTraceEnabledFor(m_logger))
             Enter(name, file, function, line);
@@ -81,9 +81,14 @@ private:
     void Enter(const char* name, const char* file, const char* function, int line) noexcept;
     void Exit() noexcept;
 
+    log4cxx::spi::LocationInfo Where() const;
+
     log4cxx::LoggerPtr& m_logger;
     std::wstring m_name;
-    log4cxx::spi::LocationInfo m_where;
+    // Kept raw: building log4cxx's location object would cost a call even with TRACE off.
+    const char* m_szFile;
+    const char* m_szFunction;
+    int m_nLine;
     bool m_bEntered;
 };
 
