@@ -5,17 +5,10 @@
 
 #include <climits>
 #include <string>
+#include <utility>
 
 namespace
 {
-
-std::string Shown(const wchar_t* sz)
-{
-    std::string s;
-    for (const wchar_t* p = sz != nullptr ? sz : L"(null)"; *p != L'\0' && s.size() < 40; ++p)
-        s += (*p >= 32 && *p < 127) ? static_cast<char>(*p) : '?';
-    return s;
-}
 
 const wchar_t kFullWidth5000[] = L"\xFF15\xFF10\xFF10\xFF10";
 
@@ -58,7 +51,7 @@ TEST(CommandLine, FirstMatchingRowOfTheOptionTableDecides)
     };
     for (const auto& c : cases)
         EXPECT_EQ(static_cast<int>(c.expected), static_cast<int>(KvFindCommandOption(c.szCmdLine)))
-            << Shown(c.szCmdLine);
+            << c.szCmdLine;
 
     std::wstring line(32000, L'a');
     EXPECT_EQ(O::Resident, KvFindCommandOption(line.c_str()));
@@ -114,8 +107,8 @@ TEST(CommandLine, PortsOfTheTrayAgentAndOfTheOneTimeAgent)
     {
         std::uint32_t uiPort = 12345;
         EXPECT_EQ(static_cast<int>(c.result), static_cast<int>(KvParseOneTimePort(c.szCmdLine, &uiPort)))
-            << Shown(c.szCmdLine);
-        EXPECT_EQ(c.result == R::Ok ? c.uiPort : 12345u, uiPort) << Shown(c.szCmdLine);
+            << c.szCmdLine;
+        EXPECT_EQ(c.result == R::Ok ? c.uiPort : 12345u, uiPort) << c.szCmdLine;
     }
 }
 
@@ -126,11 +119,9 @@ TEST(CommandLine, PermissionCarriesPortThenAddressFamily)
     EXPECT_FALSE(KvParsePermissionArguments(L"-Permission", &nPort, &nAfType));
     EXPECT_EQ(-1, nPort);
     ASSERT_TRUE(KvParsePermissionArguments(L"-Invitation  5001  23", &nPort, &nAfType));
-    EXPECT_EQ(5001, nPort);
-    EXPECT_EQ(23, nAfType);
+    EXPECT_EQ(std::make_pair(5001, 23), std::make_pair(nPort, nAfType));
     ASSERT_TRUE(KvParsePermissionArguments(L"-Permission 5003", &nPort, &nAfType));
-    EXPECT_EQ(5003, nPort);
-    EXPECT_EQ(0, nAfType);
+    EXPECT_EQ(std::make_pair(5003, 0), std::make_pair(nPort, nAfType));
 }
 
 TEST(CommandLine, NamesComposedAtStartUp)

@@ -42,8 +42,7 @@ public:
 
     bool Created() const { return m_hDesk != nullptr; }
     const std::wstring& Name() const { return m_name; }
-    // Moves the calling thread (without windows) onto the desktop, through a handle of its own: Wine
-    // closes a thread's desktop handle when the thread ends.
+    // Through a handle of its own: Wine closes a thread's desktop handle when the thread ends.
     bool SetOnThisThread() const
     {
         HDESK hDesk = OpenDesktopW(m_name.c_str(), 0, FALSE, GENERIC_ALL);
@@ -62,17 +61,6 @@ struct AgentRun
     std::vector<std::string> lines;
 
     size_t Count(const std::string& part) const { return CountContaining(lines, part); }
-    // Lines of that level and logger whose message is exactly text.
-    size_t CountMessage(const std::string& level, const std::string& logger, const std::string& text) const
-    {
-        const std::string head = level + "|" + logger + "|";
-        const std::string tail = "|" + text;
-        size_t n = 0;
-        for (const std::string& line : lines)
-            n += line.rfind(head, 0) == 0 && line.size() >= tail.size() &&
-                 line.compare(line.size() - tail.size(), tail.size(), tail) == 0;
-        return n;
-    }
 };
 
 // A copy of the built agent and its resource library in a temporary folder on drive C:, with a
@@ -83,14 +71,17 @@ class AgentFolder
 public:
     AgentFolder() : m_exe(m_folder.Path() + L"KVNXST.exe"), m_log(m_folder.Path() + L"agent.log")
     {
-        m_bReady = CopyFileW((ModuleFolder() + L"KVNXST.exe").c_str(), m_exe.c_str(), FALSE) &&
-                   CopyFileW((ModuleFolder() + L"KVNXSTRES.dll").c_str(),
-                             (m_folder.Path() + L"KVNXSTRES.dll").c_str(), FALSE);
+        m_bReady = Add(L"KVNXST.exe", L"KVNXST.exe") && Add(L"KVNXSTRES.dll", L"KVNXSTRES.dll");
         WriteTextFile(m_folder.Path() + L"KVNXST.Logging.xml", LogConfigXml(m_log, "TRACE"));
     }
 
     bool Ready() const { return m_bReady; }
     const std::wstring& Path() const { return m_folder.Path(); }
+    // Copies a file from the test's own folder into the agent's.
+    bool Add(const wchar_t* from, const wchar_t* to) const
+    {
+        return CopyFileW((ModuleFolder() + from).c_str(), (Path() + to).c_str(), FALSE) != FALSE;
+    }
 
     // Runs the agent on the named desktop (empty: the test's own) and waits for it; a run that hangs
     // is ended with 999.
@@ -105,7 +96,7 @@ public:
         si.lpDesktop = desktop.empty() ? nullptr : &startupDesktop[0];
         PROCESS_INFORMATION pi = {};
         if (!CreateProcessW(m_exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
-                            m_folder.Path().c_str(), &si, &pi))
+                            Path().c_str(), &si, &pi))
             return run;
         if (WaitForSingleObject(pi.hProcess, 60000) != WAIT_OBJECT_0)
             TerminateProcess(pi.hProcess, 999);
@@ -132,35 +123,24 @@ private:
     bool m_bReady = false;
 };
 
-// A registry value under the product's "Settings" key, changed by a test and put back at the end:
-// the service's "Port" (HKLM) or the user's "LangUI" (HKCU).
-class SavedSetting
+// A registry value under the product's "Settings" key that a test sets: the service's "Port" (HKLM)
+// or the user's "LangUI" (HKCU). The test prefix has neither, so it is removed before and after.
+class ScopedSetting
 {
 public:
-    SavedSetting(HKEY hRoot, const wchar_t* szName) : m_name(szName)
+    ScopedSetting(HKEY hRoot, const wchar_t* szName) : m_name(szName)
     {
-        if (RegCreateKeyExW(hRoot, L"Software\\Kestrova Development\\Vexa Remote Control Service\\Settings",
-                            0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_hKey, nullptr) != ERROR_SUCCESS)
-            m_hKey = nullptr;
-        DWORD cb = 0;
-        m_bHad = m_hKey != nullptr &&
-                 RegQueryValueExW(m_hKey, szName, nullptr, &m_dwType, nullptr, &cb) == ERROR_SUCCESS;
-        m_saved.resize(cb);
-        if (m_bHad && cb != 0)
-            RegQueryValueExW(m_hKey, szName, nullptr, &m_dwType, m_saved.data(), &cb);
+        RegCreateKeyExW(hRoot, L"Software\\Kestrova Development\\Vexa Remote Control Service\\Settings", 0,
+                        nullptr, 0, KEY_ALL_ACCESS, nullptr, &m_hKey, nullptr);
+        Remove();
     }
-    ~SavedSetting()
+    ~ScopedSetting()
     {
-        if (m_hKey == nullptr)
-            return;
-        if (m_bHad)
-            Set(m_dwType, m_saved.data(), static_cast<DWORD>(m_saved.size()));
-        else
-            Remove();
+        Remove();
         RegCloseKey(m_hKey);
     }
-    SavedSetting(const SavedSetting&) = delete;
-    SavedSetting& operator=(const SavedSetting&) = delete;
+    ScopedSetting(const ScopedSetting&) = delete;
+    ScopedSetting& operator=(const ScopedSetting&) = delete;
 
     bool Opened() const { return m_hKey != nullptr; }
     bool Set(DWORD dwType, const void* pData, DWORD cbData)
@@ -168,16 +148,12 @@ public:
         return RegSetValueExW(m_hKey, m_name.c_str(), 0, dwType, static_cast<const BYTE*>(pData), cbData) ==
                ERROR_SUCCESS;
     }
-    bool SetDword(DWORD dw) { return Set(REG_DWORD, &dw, sizeof dw); }
     bool SetText(const wchar_t* sz) { return Set(REG_SZ, sz, static_cast<DWORD>((wcslen(sz) + 1) * 2)); }
     void Remove() { RegDeleteValueW(m_hKey, m_name.c_str()); }
 
 private:
     HKEY m_hKey = nullptr;
     std::wstring m_name;
-    bool m_bHad = false;
-    DWORD m_dwType = 0;
-    std::vector<BYTE> m_saved;
 };
 
 } // namespace kvtest

@@ -4,7 +4,6 @@
 
 #include "KVNXST.h"
 #include "KvSystemApi.h"
-#include "UtilService.h"
 #include "UtilWTS.h"
 
 #include <gtest/gtest.h>
@@ -18,40 +17,22 @@ using namespace kvtest;
 namespace
 {
 
+// Table rows name the leading fields.
 struct FakeSystem
 {
     std::wstring inputDesktop = L"Default"; // empty: the desktop cannot be opened
-    std::vector<BOOL> screenSaver{FALSE};   // successive answers; the last repeats
-    size_t nScreenSaverAsked = 0;
-    std::vector<std::wstring> openedDesktops;
     WTS_CONNECTSTATE_CLASS connectState = WTSActive;
     bool bLocked = false;
     DWORD dwMajorVersion = 10;
-    std::vector<UINT> exitWindowsFlags;
+    std::vector<BOOL> screenSaver{FALSE}; // successive answers; the last repeats
+    size_t nScreenSaverAsked = 0;
+    std::vector<std::wstring> openedDesktops{};
+    std::vector<UINT> exitWindowsFlags{};
     BOOL bExitWindowsResult = TRUE;
     int nLocks = 0;
 };
 
 FakeSystem g_fake;
-
-BOOL FakeGetInputDesktopName(wchar_t* szName, DWORD cchName)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return !g_fake.inputDesktop.empty() &&
-           wcsncpy_s(szName, cchName, g_fake.inputDesktop.c_str(), _TRUNCATE) == 0;
-}
-
-BOOL FakeGetScreenSaverRunning(BOOL* pbRunning)
-{
-    *pbRunning = g_fake.screenSaver[std::min(g_fake.nScreenSaverAsked++, g_fake.screenSaver.size() - 1)];
-    return TRUE;
-}
-
-HDESK WINAPI FakeOpenDesktopW(LPCWSTR lpszDesktop, DWORD, BOOL, ACCESS_MASK)
-{
-    g_fake.openedDesktops.push_back(lpszDesktop);
-    return nullptr;
-}
 
 // The connect state, or the extended record with its lock flags.
 BOOL WINAPI FakeWTSQuerySessionInformationW(HANDLE, DWORD, WTS_INFO_CLASS infoClass, LPWSTR* ppBuffer,
@@ -67,33 +48,43 @@ BOOL WINAPI FakeWTSQuerySessionInformationW(HANDLE, DWORD, WTS_INFO_CLASS infoCl
     return TRUE;
 }
 
-LONG WINAPI FakeRtlGetVersion(OSVERSIONINFOEXW* pVersion)
-{
-    pVersion->dwMajorVersion = g_fake.dwMajorVersion;
-    pVersion->dwMinorVersion = g_fake.dwMajorVersion == 10 ? 0 : 1;
-    pVersion->wServicePackMajor = 0;
-    return 0;
-}
-
-BOOL WINAPI FakeExitWindowsEx(UINT uFlags, DWORD)
-{
-    g_fake.exitWindowsFlags.push_back(uFlags);
-    return g_fake.bExitWindowsResult;
-}
-
-// Installed for the whole program: nothing here may reach the real ExitWindowsEx, which would end
+// Installed for the whole suite: nothing here may reach the real ExitWindowsEx, which would end
 // the Wine session.
 KvSystemApi FakeSystemApi()
 {
     KvSystemApi api = KvDefaultSystemApi();
-    api.pfnGetInputDesktopName = FakeGetInputDesktopName;
-    api.pfnGetScreenSaverRunning = FakeGetScreenSaverRunning;
-    api.pfnOpenDesktopW = FakeOpenDesktopW;
+    api.pfnGetInputDesktopName = [](wchar_t* szName, DWORD cchName) -> BOOL
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return !g_fake.inputDesktop.empty() &&
+               wcsncpy_s(szName, cchName, g_fake.inputDesktop.c_str(), _TRUNCATE) == 0;
+    };
+    api.pfnGetScreenSaverRunning = [](BOOL* pbRunning) -> BOOL
+    {
+        const size_t i = std::min(g_fake.nScreenSaverAsked++, g_fake.screenSaver.size() - 1);
+        *pbRunning = g_fake.screenSaver[i];
+        return TRUE;
+    };
+    api.pfnOpenDesktopW = [](LPCWSTR lpszDesktop, DWORD, BOOL, ACCESS_MASK) -> HDESK
+    {
+        g_fake.openedDesktops.push_back(lpszDesktop);
+        return nullptr;
+    };
     api.pfnWTSQuerySessionInformationW = FakeWTSQuerySessionInformationW;
     api.pfnWTSFreeMemory = [](PVOID p) { LocalFree(p); };
     api.pfnWTSGetActiveConsoleSessionId = []() -> DWORD { return 1; };
-    api.pfnRtlGetVersion = FakeRtlGetVersion;
-    api.pfnExitWindowsEx = FakeExitWindowsEx;
+    api.pfnRtlGetVersion = [](OSVERSIONINFOEXW* pVersion) -> LONG
+    {
+        pVersion->dwMajorVersion = g_fake.dwMajorVersion;
+        pVersion->dwMinorVersion = g_fake.dwMajorVersion == 10 ? 0 : 1;
+        pVersion->wServicePackMajor = 0;
+        return 0;
+    };
+    api.pfnExitWindowsEx = [](UINT uFlags, DWORD) -> BOOL
+    {
+        g_fake.exitWindowsFlags.push_back(uFlags);
+        return g_fake.bExitWindowsResult;
+    };
     api.pfnLockWorkStation = []() -> BOOL { return ++g_fake.nLocks != 0; };
     return api;
 }
@@ -117,59 +108,81 @@ protected:
     void TearDown() override { CloseInstanceMapping(); }
 };
 
-// Runs fn on a thread of its own that sits on desktop.
-template <typename Fn> void OnDesktop(const TestDesktop& desktop, Fn fn)
+// The body of the test below.
+void SessionActions()
 {
-    std::thread(
-        [&]
-        {
-            ASSERT_TRUE(desktop.SetOnThisThread()) << GetLastError();
-            fn();
-        })
-        .join();
+    const HINSTANCE hInstance = GetModuleHandleW(nullptr);
+    EXPECT_EQ(1, AgentMain(hInstance, L"-Logoff"));
+    g_fake.bExitWindowsResult = FALSE;
+    EXPECT_EQ(0, AgentMain(hInstance, L"-LogoffForce"));
+    EXPECT_EQ(std::vector<UINT>({EWX_LOGOFF, EWX_FORCE}), g_fake.exitWindowsFlags);
+    EXPECT_EQ(1, AgentMain(hInstance, L"-LockWorkstation"));
+    EXPECT_EQ(1, g_fake.nLocks);
+    g_fake.inputDesktop = L"Winlogon";
+    EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, AgentMain(hInstance, L"-ConsoleLock"));
+    for (const wchar_t* szCmdLine : {L"-Logoffx", L"-logoff", L"-LogoffForce ", L"x-LockWorkstation"})
+        EXPECT_EQ(KV_EXIT_NO_TRAY_WINDOW, AgentMain(hInstance, szCmdLine)) << szCmdLine;
+    EXPECT_EQ(2u, g_fake.exitWindowsFlags.size());
+    EXPECT_EQ(1, g_fake.nLocks);
+
+    // The system account is refused as the tray agent, before its single-instance object and stop
+    // event exist, but not for one-shot options.
+    for (const wchar_t* szUser : {L"SYSTEM", L"system"})
+    {
+        wcscpy_s(g_szUserName, szUser);
+        EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, RunResidentMode(6129));
+        EXPECT_EQ(nullptr, g_hInstanceMapping);
+        EXPECT_EQ(nullptr, g_hStopEvent);
+    }
+    g_fake.inputDesktop = L"Default";
+    EXPECT_EQ(KV_EXIT_CONSOLE_USABLE,
+              RunCommandOption(KvCommandOption::ConsoleLock, L"-ConsoleLock", nullptr));
+    EXPECT_EQ(0, RunCommandOption(KvCommandOption::Logoff, L"-Logoff", nullptr));
+    EXPECT_EQ(3u, g_fake.exitWindowsFlags.size());
+    wcscpy_s(g_szUserName, L"systemd");
+    EXPECT_EQ(KV_EXIT_NO_TRAY_WINDOW, RunResidentMode(6129));
+    EXPECT_EQ(nullptr, g_hInstanceMapping) << "closed again on the way out";
 }
 
 } // namespace
 
-TEST_F(Startup, ConsoleLockAnswersFromTheInputDesktopAfterTheScreenSaver)
+TEST_F(Startup, ConsoleStateFromTheInputDesktopForTheOptionAfterTheScreenSaverAndForTheAgent)
 {
     const struct
     {
-        std::vector<BOOL> screenSaver;
-        const wchar_t* szInput;
-        DWORD dwMajorVersion;
-        bool bLocked;
-        WTS_CONNECTSTATE_CLASS state;
-        int nExpected;
+        FakeSystem fake;
+        int nOption;  // -ConsoleLock's answer
+        bool bUsable; // the tray agent's
+        const wchar_t* szOwn = L"Default";
     } cases[] = {
-        {{FALSE}, L"Winlogon", 10, false, WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        {{FALSE}, L"WINLOGON", 10, false, WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        {{FALSE}, L"Screen-saver", 10, true, WTSDisconnected, KV_EXIT_CONSOLE_USABLE},
-        {{FALSE}, L"", 10, false, WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        {{FALSE}, L"Default", 10, false, WTSActive, KV_EXIT_CONSOLE_USABLE},
-        {{FALSE}, L"Default", 10, true, WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        // Before Windows 10 the session's state decides, not the lock flags.
-        {{FALSE}, L"Default", 6, true, WTSActive, KV_EXIT_CONSOLE_USABLE},
-        {{FALSE}, L"Default", 6, false, WTSDisconnected, KV_EXIT_CONSOLE_LOCKED},
+        {{L"Winlogon"}, KV_EXIT_CONSOLE_LOCKED, false},
+        // The logon desktop never counts, not even for an agent that runs on it.
+        {{L"Winlogon"}, KV_EXIT_CONSOLE_LOCKED, false, L"Winlogon"},
+        {{L"Screen-saver", WTSDisconnected, true}, KV_EXIT_CONSOLE_USABLE, true},
+        {{L""}, KV_EXIT_CONSOLE_LOCKED, false},
+        {{L"Default"}, KV_EXIT_CONSOLE_USABLE, true},
+        // From Windows 10 the option reads the lock flags, the agent only the session's state.
+        {{L"Default", WTSActive, true}, KV_EXIT_CONSOLE_LOCKED, true},
+        {{L"Default", WTSDisconnected}, KV_EXIT_CONSOLE_USABLE, false},
+        {{L"Default", WTSActive, true, 6}, KV_EXIT_CONSOLE_USABLE, true},
+        {{L"Default", WTSDisconnected, false, 6}, KV_EXIT_CONSOLE_LOCKED, false},
         // A screen saver that stops leaves the answer to the desktop beneath; one that stays, -64.
-        {{TRUE, FALSE}, L"Default", 10, true, WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        {{TRUE, TRUE}, L"Default", 10, false, WTSActive, KV_EXIT_SCREEN_SAVER_RUNNING},
+        {{L"Default", WTSActive, true, 10, {TRUE, FALSE}}, KV_EXIT_CONSOLE_LOCKED, true},
+        {{L"Default", WTSActive, false, 10, {TRUE}}, KV_EXIT_SCREEN_SAVER_RUNNING, true},
     };
     for (const auto& c : cases)
     {
-        g_fake = FakeSystem();
-        g_fake.screenSaver = c.screenSaver;
-        g_fake.inputDesktop = c.szInput;
-        g_fake.dwMajorVersion = c.dwMajorVersion;
-        g_fake.bLocked = c.bLocked;
-        g_fake.connectState = c.state;
-        const std::string shown = Narrow(c.szInput) + " v" + std::to_string(c.dwMajorVersion);
-        EXPECT_EQ(c.nExpected, CheckDesktopStateCommandLine()) << shown;
-        const bool bSaver = c.screenSaver[0] != FALSE;
+        g_fake = c.fake;
+        wcscpy_s(g_szDesktopName, c.szOwn);
+        const std::string shown = Narrow(c.fake.inputDesktop) + " v" + std::to_string(c.fake.dwMajorVersion);
+        EXPECT_EQ(c.nOption, CheckDesktopStateCommandLine()) << shown;
+        const bool bSaver = c.fake.screenSaver[0] != FALSE;
         EXPECT_EQ(bSaver ? 2u : 1u, g_fake.nScreenSaverAsked) << shown;
         EXPECT_EQ(bSaver ? std::vector<std::wstring>{L"Screen-saver"} : std::vector<std::wstring>{},
                   g_fake.openedDesktops)
             << shown;
+        EXPECT_EQ(c.bUsable ? KV_EXIT_CONSOLE_USABLE : KV_EXIT_CONSOLE_LOCKED, CheckDesktopState()) << shown;
+        EXPECT_EQ(c.bUsable ? KV_DESKTOP_STATE_USABLE : KV_DESKTOP_STATE_UNUSABLE, g_nDesktopState) << shown;
     }
 }
 
@@ -186,134 +199,39 @@ TEST_F(Startup, ConsoleLockRecordsAnotherInputDesktopOnly)
         GetPrivateProfileStringW(L"Desktop", L"Desktop", L"<none>", sz, MAX_PATH, record.c_str());
         return Narrow(sz);
     };
-
-    for (const wchar_t* szInput : {L"Winlogon", L"Screen-saver", L"Default"})
+    // Each step: the input desktop, then what the record holds after it; a later "Winlogon" keeps it.
+    const std::pair<const wchar_t*, const char*> steps[] = {
+        {L"Winlogon", "<none>"}, {L"Screen-saver", "<none>"}, {L"Default", "<none>"},
+        {L"Desk2", "Desk2"},     {L"Winlogon", "Desk2"},
+    };
+    for (const auto& step : steps)
     {
-        g_fake.inputDesktop = szInput;
+        g_fake.inputDesktop = step.first;
+        g_nDesktopState = 0;
         CheckDesktopStateCommandLine();
-        EXPECT_EQ("<none>", recorded()) << Narrow(szInput);
-        EXPECT_EQ(0, g_nDesktopState) << Narrow(szInput);
+        EXPECT_EQ(step.second, recorded()) << Narrow(step.first);
+        // Another desktop also marks the console unusable for the agent.
+        EXPECT_EQ(g_fake.inputDesktop == L"Desk2" ? KV_DESKTOP_STATE_UNUSABLE : 0, g_nDesktopState);
     }
-    g_fake.inputDesktop = L"Desk2";
-    EXPECT_EQ(KV_EXIT_CONSOLE_USABLE, CheckDesktopStateCommandLine());
-    EXPECT_EQ("Desk2", recorded());
-    EXPECT_EQ(KV_DESKTOP_STATE_UNUSABLE, g_nDesktopState);
-    g_fake.inputDesktop = L"Winlogon";
-    CheckDesktopStateCommandLine();
-    EXPECT_EQ("Desk2", recorded());
 
-    // The real system: an agent on a desktop of its own sees the test's desktop as the input one.
-    DeleteFileW(record.c_str());
-    AgentFolder agent;
-    ASSERT_TRUE(agent.Ready());
-    const AgentRun run = agent.RunAlone(L"-ConsoleLock");
-    EXPECT_EQ(Code(KV_EXIT_CONSOLE_USABLE), run.dwExitCode) << run.log;
-    wchar_t szOwn[MAX_PATH] = {};
-    DWORD cb = 0;
-    GetUserObjectInformationW(GetThreadDesktop(GetCurrentThreadId()), UOI_NAME, szOwn, sizeof szOwn, &cb);
-    EXPECT_EQ(Narrow(szOwn), recorded());
+    // The tray agent on another desktop than the input one: unusable.
+    g_fake.inputDesktop = L"Desk2";
+    EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, CheckDesktopState());
 
     DeleteFileW(record.c_str());
     RemoveDirectoryW(L"C:\\kvnxs");
     SetCurrentDirectoryW(ModuleFolder().c_str());
 }
 
-TEST_F(Startup, DesktopStateIsUsableOnTheAgentsOwnActiveDesktopOrTheScreenSaver)
+TEST_F(Startup, SessionActionsRunOnlyWhenSpelledExactlyAndEvenForTheSystemAccount)
 {
-    const struct
-    {
-        const wchar_t* szOwn;
-        const wchar_t* szInput;
-        WTS_CONNECTSTATE_CLASS state;
-        int nExpected;
-    } cases[] = {
-        {L"Default", L"Default", WTSActive, KV_EXIT_CONSOLE_USABLE},
-        {L"Default", L"Default", WTSDisconnected, KV_EXIT_CONSOLE_LOCKED},
-        {L"Default", L"Screen-saver", WTSDisconnected, KV_EXIT_CONSOLE_USABLE},
-        {L"Default", L"Other", WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        {L"Default", L"", WTSActive, KV_EXIT_CONSOLE_LOCKED},
-        // The logon desktop never counts, not even for an agent that runs on it.
-        {L"Winlogon", L"Winlogon", WTSActive, KV_EXIT_CONSOLE_LOCKED},
-    };
-    for (const auto& c : cases)
-    {
-        g_fake.inputDesktop = c.szInput;
-        g_fake.connectState = c.state;
-        wcscpy_s(g_szDesktopName, c.szOwn);
-        EXPECT_EQ(c.nExpected, CheckDesktopState()) << Narrow(c.szInput);
-        EXPECT_EQ(c.nExpected == KV_EXIT_CONSOLE_USABLE ? KV_DESKTOP_STATE_USABLE : KV_DESKTOP_STATE_UNUSABLE,
-                  g_nDesktopState)
-            << Narrow(c.szInput);
-    }
-}
-
-TEST_F(Startup, SessionActionsRunThroughTheEntryPointOnlyWhenSpelledExactly)
-{
-    const HINSTANCE hInstance = GetModuleHandleW(nullptr);
-    EXPECT_EQ(1, AgentMain(hInstance, L"-Logoff"));
-    g_fake.bExitWindowsResult = FALSE;
-    EXPECT_EQ(0, AgentMain(hInstance, L"-LogoffForce"));
-    EXPECT_EQ(std::vector<UINT>({EWX_LOGOFF, EWX_FORCE}), g_fake.exitWindowsFlags);
-    EXPECT_EQ(1, AgentMain(hInstance, L"-LockWorkstation"));
-    EXPECT_EQ(1, g_fake.nLocks);
-    g_fake.inputDesktop = L"Winlogon";
-    EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, AgentMain(hInstance, L"-ConsoleLock"));
-
+    // On a desktop of the test's own, where no other agent holds the single-instance object.
     TestDesktop desktop;
-    for (const wchar_t* szCmdLine : {L"-Logoffx", L"-logoff", L"-LogoffForce ", L"x-LockWorkstation"})
-        OnDesktop(desktop, [&] { EXPECT_EQ(KV_EXIT_NO_TRAY_WINDOW, AgentMain(hInstance, szCmdLine)); });
-    EXPECT_EQ(2u, g_fake.exitWindowsFlags.size());
-    EXPECT_EQ(1, g_fake.nLocks);
-}
-
-TEST_F(Startup, SystemAccountIsRefusedOnlyInResidentMode)
-{
-    TestDesktop desktop;
-    for (const wchar_t* szUser : {L"SYSTEM", L"system"})
-    {
-        wcscpy_s(g_szUserName, szUser);
-        OnDesktop(desktop, [] { EXPECT_EQ(KV_EXIT_CONSOLE_LOCKED, RunResidentMode(6129)); });
-        // Refused before the single-instance object and the stop event exist.
-        EXPECT_EQ(nullptr, g_hInstanceMapping);
-        EXPECT_EQ(nullptr, g_hStopEvent);
-    }
-    EXPECT_EQ(KV_EXIT_CONSOLE_USABLE,
-              RunCommandOption(KvCommandOption::ConsoleLock, L"-ConsoleLock", nullptr));
-    EXPECT_EQ(1, RunCommandOption(KvCommandOption::Logoff, L"-Logoff", nullptr));
-    EXPECT_EQ(1u, g_fake.exitWindowsFlags.size());
-
-    wcscpy_s(g_szUserName, L"systemd");
-    OnDesktop(desktop, [] { EXPECT_EQ(KV_EXIT_NO_TRAY_WINDOW, RunResidentMode(6129)); });
-    EXPECT_EQ(nullptr, g_hInstanceMapping) << "closed again on the way out";
-}
-
-TEST_F(Startup, MachineWidePortWinsOnlyAsAFourByteDword)
-{
-    SavedSetting port(HKEY_LOCAL_MACHINE, L"Port");
-    ASSERT_TRUE(port.Opened());
-    port.Remove();
-    EXPECT_EQ(5000u, GetServicePort(5000));
-    EXPECT_EQ(6129u, GetServicePort(KV_PORT_NONE));
-    ASSERT_TRUE(port.SetDword(7000));
-    EXPECT_EQ(7000u, GetServicePort(5000));
-    EXPECT_EQ(7000u, GetServicePort(KV_PORT_NONE));
-
-    const DWORD dw7000 = 7000;
-    const unsigned long long qw7000 = 7000;
-    const BYTE bigEndian7000[4] = {0x00, 0x00, 0x1B, 0x58};
-    const struct
-    {
-        DWORD dwType;
-        const void* pData;
-        DWORD cb;
-    } ignored[] = {
-        {REG_SZ, L"7000", 10},   {REG_BINARY, &dw7000, 4},
-        {REG_QWORD, &qw7000, 8}, {REG_DWORD_BIG_ENDIAN, bigEndian7000, 4},
-        {REG_DWORD, &dw7000, 2}, {REG_DWORD, &qw7000, 8},
-    };
-    for (const auto& c : ignored)
-    {
-        ASSERT_TRUE(port.Set(c.dwType, c.pData, c.cb));
-        EXPECT_EQ(5000u, GetServicePort(5000)) << "type " << c.dwType << " size " << c.cb;
-    }
+    std::thread(
+        [&]
+        {
+            ASSERT_TRUE(desktop.SetOnThisThread()) << GetLastError();
+            SessionActions();
+        })
+        .join();
 }
