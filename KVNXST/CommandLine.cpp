@@ -50,55 +50,47 @@ bool EqualsIgnoringAsciiCase(const wchar_t* a, const wchar_t* b)
 
 } // namespace
 
+namespace
+{
+
+// In the order they are tried; the first match decides. "contains" finds the option anywhere in
+// the line, otherwise the whole line must be the option. The first row of an option names it.
+struct KvOptionRow
+{
+    const wchar_t* szText;
+    bool bContains;
+    KvCommandOption option;
+};
+
+constexpr KvOptionRow kOptionTable[] = {
+    {L"-onetimesession", true, KvCommandOption::OneTimeSession},
+    {L"-Permission", true, KvCommandOption::Permission},
+    {L"-Invitation", true, KvCommandOption::Permission},
+    {L"-SettingsAsApplication", false, KvCommandOption::SettingsAsApplication},
+    {L"-Settings", false, KvCommandOption::Settings},
+    {L"-ValidateCert", true, KvCommandOption::ValidateCert},
+    {L"-ConsoleLock", false, KvCommandOption::ConsoleLock},
+    {L"-Logoff", false, KvCommandOption::Logoff},
+    {L"-LogoffForce", false, KvCommandOption::LogoffForce},
+    {L"-LockWorkstation", false, KvCommandOption::LockWorkstation},
+};
+
+} // namespace
+
 KvCommandOption KvFindCommandOption(const wchar_t* szCmdLine)
 {
     const wchar_t* sz = szCmdLine != nullptr ? szCmdLine : L"";
-    if (Contains(sz, L"-onetimesession"))
-        return KvCommandOption::OneTimeSession;
-    if (Contains(sz, L"-Invitation") || Contains(sz, L"-Permission"))
-        return KvCommandOption::Permission;
-    if (Equals(sz, L"-SettingsAsApplication"))
-        return KvCommandOption::SettingsAsApplication;
-    if (Equals(sz, L"-Settings"))
-        return KvCommandOption::Settings;
-    if (Contains(sz, L"-ValidateCert"))
-        return KvCommandOption::ValidateCert;
-    if (Equals(sz, L"-ConsoleLock"))
-        return KvCommandOption::ConsoleLock;
-    if (Equals(sz, L"-Logoff"))
-        return KvCommandOption::Logoff;
-    if (Equals(sz, L"-LogoffForce"))
-        return KvCommandOption::LogoffForce;
-    if (Equals(sz, L"-LockWorkstation"))
-        return KvCommandOption::LockWorkstation;
+    for (const KvOptionRow& row : kOptionTable)
+        if (row.bContains ? Contains(sz, row.szText) : Equals(sz, row.szText))
+            return row.option;
     return KvCommandOption::Resident;
 }
 
 const wchar_t* KvCommandOptionName(KvCommandOption option)
 {
-    switch (option)
-    {
-    case KvCommandOption::OneTimeSession:
-        return L"-onetimesession";
-    case KvCommandOption::Permission:
-        return L"-Permission";
-    case KvCommandOption::SettingsAsApplication:
-        return L"-SettingsAsApplication";
-    case KvCommandOption::Settings:
-        return L"-Settings";
-    case KvCommandOption::ValidateCert:
-        return L"-ValidateCert";
-    case KvCommandOption::ConsoleLock:
-        return L"-ConsoleLock";
-    case KvCommandOption::Logoff:
-        return L"-Logoff";
-    case KvCommandOption::LogoffForce:
-        return L"-LogoffForce";
-    case KvCommandOption::LockWorkstation:
-        return L"-LockWorkstation";
-    case KvCommandOption::Resident:
-        break;
-    }
+    for (const KvOptionRow& row : kOptionTable)
+        if (row.option == option)
+            return row.szText;
     return L"resident";
 }
 
