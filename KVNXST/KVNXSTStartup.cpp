@@ -126,13 +126,19 @@ void RecordInputDesktop(const wchar_t* szInputDesktop)
         LOG4CXX_WARN(logger, L"Cannot write " << szPath << L". Error = " << GetLastError());
 }
 
+// The process-wide handles are plain globals that other units read; closed and cleared here.
+void CloseGlobalHandle(HANDLE& h)
+{
+    if (h != nullptr)
+    {
+        CloseHandle(h);
+        h = nullptr;
+    }
+}
+
 void CloseStopEvent()
 {
-    if (g_hStopEvent != nullptr)
-    {
-        CloseHandle(g_hStopEvent);
-        g_hStopEvent = nullptr;
-    }
+    CloseGlobalHandle(g_hStopEvent);
 }
 
 void RunMessageLoop()
@@ -353,11 +359,7 @@ int CheckInstance()
 
 void CloseInstanceMapping()
 {
-    if (g_hInstanceMapping != nullptr)
-    {
-        CloseHandle(g_hInstanceMapping);
-        g_hInstanceMapping = nullptr;
-    }
+    CloseGlobalHandle(g_hInstanceMapping);
 }
 
 int CheckDesktopStateCommandLine()
