@@ -94,45 +94,57 @@ const wchar_t* KvCommandOptionName(KvCommandOption option)
     return L"resident";
 }
 
+namespace
+{
+
+// Blanks, an optional sign and ASCII digits, as the C runtime's conversions read them. The
+// magnitude saturates just above 32 bits, which keeps every comparison with a 32-bit limit right.
+struct KvDecimal
+{
+    bool bNegative;
+    unsigned long long ullMagnitude;
+};
+
+KvDecimal ReadDecimal(const wchar_t* sz)
+{
+    constexpr unsigned long long kSaturated = 0x100000000ULL;
+    const wchar_t* p = SkipBlanks(sz);
+    KvDecimal result = {*p == L'-', 0};
+    if (*p == L'-' || *p == L'+')
+        ++p;
+    for (; IsDigit(*p) && result.ullMagnitude < kSaturated; ++p)
+        result.ullMagnitude = result.ullMagnitude * 10 + static_cast<unsigned long long>(*p - L'0');
+    if (result.ullMagnitude > kSaturated)
+        result.ullMagnitude = kSaturated;
+    return result;
+}
+
+} // namespace
+
 int KvWtoi(const wchar_t* sz)
 {
     if (sz == nullptr)
         return 0;
-    const wchar_t* p = SkipBlanks(sz);
-    const bool bNegative = *p == L'-';
-    if (*p == L'-' || *p == L'+')
-        ++p;
-    // Accumulated as a magnitude, which holds INT_MIN's as well.
-    const unsigned long long ullLimit = bNegative ? 1ULL + INT_MAX : static_cast<unsigned long long>(INT_MAX);
-    unsigned long long ullValue = 0;
-    for (; IsDigit(*p); ++p)
-    {
-        ullValue = ullValue * 10 + static_cast<unsigned long long>(*p - L'0');
-        if (ullValue > ullLimit)
-            return bNegative ? INT_MIN : INT_MAX;
-    }
-    if (bNegative)
-        return ullValue == ullLimit ? INT_MIN : -static_cast<int>(ullValue);
-    return static_cast<int>(ullValue);
+    const KvDecimal value = ReadDecimal(sz);
+    // A magnitude, which holds INT_MIN's as well.
+    const unsigned long long ullLimit =
+        value.bNegative ? 1ULL + INT_MAX : static_cast<unsigned long long>(INT_MAX);
+    if (value.ullMagnitude > ullLimit)
+        return value.bNegative ? INT_MIN : INT_MAX;
+    if (value.bNegative)
+        return value.ullMagnitude == ullLimit ? INT_MIN : -static_cast<int>(value.ullMagnitude);
+    return static_cast<int>(value.ullMagnitude);
 }
 
 std::uint32_t KvWcstoul10(const wchar_t* sz)
 {
     if (sz == nullptr)
         return 0;
-    const wchar_t* p = SkipBlanks(sz);
-    const bool bNegative = *p == L'-';
-    if (*p == L'-' || *p == L'+')
-        ++p;
-    std::uint64_t ullValue = 0;
-    for (; IsDigit(*p); ++p)
-    {
-        ullValue = ullValue * 10 + static_cast<std::uint64_t>(*p - L'0');
-        if (ullValue > 0xFFFFFFFFULL)
-            return 0xFFFFFFFFU;
-    }
-    const std::uint32_t uiValue = static_cast<std::uint32_t>(ullValue);
-    return bNegative ? static_cast<std::uint32_t>(0U - uiValue) : uiValue;
+    const KvDecimal value = ReadDecimal(sz);
+    if (value.ullMagnitude > 0xFFFFFFFFULL)
+        return 0xFFFFFFFFU;
+    const std::uint32_t uiValue = static_cast<std::uint32_t>(value.ullMagnitude);
+    return value.bNegative ? static_cast<std::uint32_t>(0U - uiValue) : uiValue;
 }
 
 std::uint32_t KvCommandLinePort(const wchar_t* szCmdLine)
