@@ -13,3 +13,13 @@ int CreatePermissionDialog(int nPort, int nAfType)
     LOG4CXX_WARN(logger, L"The permission dialog is not built yet.");
     return 0;
 }
+
+int ExecutePermission(int nPort, int nAfType)
+{
+    KvLogBlock logBlock(logger, L"ExecutePermission");
+    LOG4CXX_INFO(logger, L"nPort=" << nPort << L" nAfType=" << nAfType);
+    // The child process that asks the question comes with the dialog; until then nobody answers
+    // and the service's own time-out decides.
+    LOG4CXX_WARN(logger, L"The permission child process is not built yet.");
+    return 0;
+}

@@ -3,6 +3,8 @@
 // the host build tests it natively and under the sanitizers.
 #pragma once
 
+#include "KvServiceMessages.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -32,7 +34,6 @@ const wchar_t* KvCommandOptionName(KvCommandOption option);
 
 // "No port given": the service's default applies.
 constexpr std::uint32_t KV_PORT_NONE = 0xFFFFFFFF;
-constexpr std::uint32_t KV_DEFAULT_SERVICE_PORT = 6129;
 
 // Leading-digits conversion as _wtoi does it: blanks, an optional sign, decimal digits (ASCII
 // only), and nothing else; 0 when no digit comes first; INT_MAX or INT_MIN on overflow.

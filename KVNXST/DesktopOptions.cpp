@@ -1,5 +1,6 @@
 #include "DesktopOptions.h"
 
+#include "KVNXSTWindow.h"
 #include "KvLogging.h"
 #include "KvSystemApi.h"
 
@@ -26,4 +27,26 @@ int LockWorkstation()
     if (hForeground != nullptr)
         PostMessageW(hForeground, WM_SYSCOMMAND, SC_SCREENSAVE, 0);
     return 1;
+}
+
+// Switching desktop decorations off while viewers watch is not part of this build yet. The calls
+// arrive from the connection thread and the tray window and are logged.
+
+void CTaskBarWindow::SetDesktopOptions(int nOptions)
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SetDesktopOptions");
+    LOG4CXX_WARN(logger, L"Desktop options are not built yet: mask " << nOptions << L" not applied.");
+}
+
+void CTaskBarWindow::SetDesktopOptionsDelayed()
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SetDesktopOptionsDelayed");
+    if (m_nDesktopOptions > 1)
+        SetDesktopOptions(m_nDesktopOptions);
+}
+
+void CTaskBarWindow::RetoreDesktopOptions()
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::RetoreDesktopOptions");
+    LOG4CXX_DEBUG(logger, L"Desktop options are not built yet: nothing to restore.");
 }

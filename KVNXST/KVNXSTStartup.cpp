@@ -2,6 +2,8 @@
 // line, one-shot options, the resident mode and the desktop-state checks.
 #include "KVNXST.h"
 
+#include "KVNXSTWindow.h"
+
 #include "ClientPermissionDialog.h"
 #include "DesktopOptions.h"
 #include "KvLogging.h"
@@ -17,6 +19,7 @@
 #include <commctrl.h>
 
 #include <cwchar>
+#include <new>
 #include <string>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::KVNXST));
@@ -37,24 +40,16 @@ namespace
 constexpr wchar_t KV_RESOURCE_LIBRARY[] = L"KVNXSTRES.dll";
 
 // --- The tray window ----------------------------------------------------------------------------
-// The resident agent's window object is made and destroyed here and nowhere else. CTaskBarWindow is
-// not part of the agent yet: no window can be made, and the resident agent ends as it does when
-// the construction fails.
-
-class CTaskBarWindow;
+// The resident agent's window object is made and destroyed here and nowhere else.
 
 CTaskBarWindow* CreateTaskBarWindow(unsigned int uiPort)
 {
-    // The window's constructor logs the port it is given; until it exists, this does.
-    LOG4CXX_INFO(logger, L"uiPort=" << uiPort);
-    LOG4CXX_ERROR(logger, L"Cannot create the tray window: CTaskBarWindow is not part of this build.");
+    auto* pWindow = new (std::nothrow) CTaskBarWindow(uiPort);
+    if (pWindow != nullptr && pWindow->m_hWnd != nullptr)
+        return pWindow;
+    LOG4CXX_ERROR(logger, L"Cannot create the tray window.");
+    delete pWindow;
     return nullptr;
-}
-
-void DestroyTaskBarWindow(CTaskBarWindow* pWindow)
-{
-    // Deletes the window object once it exists: tray icon, menu, handles, temporary files.
-    static_cast<void>(pWindow);
 }
 
 // -------------------------------------------------------------------------------------------------
@@ -330,7 +325,7 @@ int RunResidentMode(unsigned int uiPort)
     Sleep(0);
     Sleep(500);
     Sleep(0);
-    DestroyTaskBarWindow(pWindow);
+    delete pWindow;
     CloseInstanceMapping();
     CloseStopEvent();
     LOG4CXX_INFO(logger, L"g_nExitCode=" << g_nExitCode);

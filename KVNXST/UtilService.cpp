@@ -112,28 +112,36 @@ DWORD StartLocalKvnxsvService()
     return dwError;
 }
 
+int ReadServiceSettingDword(const wchar_t* szName, DWORD* pdwValue)
+{
+    HKEY hKey = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestrova Development\\Vexa Remote Control Service\\Settings", 0,
+                      KEY_QUERY_VALUE, &hKey) != ERROR_SUCCESS)
+        return 0;
+    DWORD dwType = 0;
+    DWORD dwValue = 0;
+    DWORD cbValue = sizeof dwValue;
+    const LONG lResult =
+        RegQueryValueExW(hKey, szName, nullptr, &dwType, reinterpret_cast<BYTE*>(&dwValue), &cbValue);
+    RegCloseKey(hKey);
+    // Only a true 32-bit value counts; anything else is a broken setting.
+    if (lResult == ERROR_SUCCESS && dwType == REG_DWORD && cbValue == sizeof dwValue)
+    {
+        *pdwValue = dwValue;
+        return 1;
+    }
+    if (lResult != ERROR_FILE_NOT_FOUND)
+        LOG4CXX_WARN(logger, szName << L" value ignored: lResult=" << lResult << L" dwType=" << dwType
+                                    << L" cbValue=" << cbValue);
+    return 0;
+}
+
 unsigned int GetServicePort(unsigned int uiPort)
 {
     KvLogBlock logBlock(logger, L"GetServicePort");
-    unsigned int uiResult = uiPort == 0xFFFFFFFF ? 6129 : uiPort;
-    HKEY hKey = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE,
-                      L"SOFTWARE\\Kestrova Development\\Vexa Remote Control Service\\Settings", 0,
-                      KEY_QUERY_VALUE, &hKey) == ERROR_SUCCESS)
-    {
-        DWORD dwType = 0;
-        DWORD dwValue = 0;
-        DWORD cbValue = sizeof dwValue;
-        const LONG lResult =
-            RegQueryValueExW(hKey, L"Port", nullptr, &dwType, reinterpret_cast<BYTE*>(&dwValue), &cbValue);
-        RegCloseKey(hKey);
-        // Only a true 32-bit value can be a port; anything else is a broken setting.
-        if (lResult == ERROR_SUCCESS && dwType == REG_DWORD && cbValue == sizeof dwValue)
-            uiResult = dwValue;
-        else if (lResult != ERROR_FILE_NOT_FOUND)
-            LOG4CXX_WARN(logger, L"Port value ignored: lResult=" << lResult << L" dwType=" << dwType
-                                                                 << L" cbValue=" << cbValue);
-    }
+    DWORD dwPort = 0;
+    const unsigned int uiResult =
+        ReadServiceSettingDword(L"Port", &dwPort) ? dwPort : (uiPort == 0xFFFFFFFF ? 6129 : uiPort);
     LOG4CXX_INFO(logger, L"GetServicePort uiPort=" << uiPort << L" result=" << uiResult);
     return uiResult;
 }

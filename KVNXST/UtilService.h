@@ -17,3 +17,8 @@ DWORD StartLocalKvnxsvService();
 // The port of the service's loopback link: the machine-wide REG_DWORD "Port" of the service's
 // settings when it can be read as 4 bytes, else uiPort, else (uiPort 0xFFFFFFFF: none given) 6129.
 unsigned int GetServicePort(unsigned int uiPort);
+
+// A machine-wide REG_DWORD of the service's settings ("Port", "TrayIcon", "Permission Required").
+// 1 with *pdwValue set when it exists as exactly 4 bytes of that type; a value of another type or
+// size is logged and ignored.
+int ReadServiceSettingDword(const wchar_t* szName, DWORD* pdwValue);
