@@ -12,6 +12,7 @@ inline constexpr char KVNXST[] = "KVNXST";
 inline constexpr char KVNXSTWindow[] = "KVNXSTWindow";
 inline constexpr char KVNXSTWindowChat[] = "KVNXSTWindowChat";
 inline constexpr char ConnectionInfo[] = "ConnectionInfo";
+inline constexpr char DesktopSwitchWatcher[] = "DesktopSwitchWatcher";
 inline constexpr char SimultanousSessionMutex[] = "SimultanousSessionMutex";
 inline constexpr char AboutDialog[] = "AboutDialog";
 inline constexpr char UtilScreenSaver[] = "UtilScreenSaver";

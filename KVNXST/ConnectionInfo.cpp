@@ -1,0 +1,780 @@
+#include "ConnectionInfo.h"
+
+#include "ClientPermissionDialog.h"
+#include "KVNXST.h"
+#include "KVNXSTWindow.h"
+#include "KvLogText.h"
+#include "KvLogging.h"
+#include "KvRecordCodec.h"
+#include "KvServiceMessages.h"
+#include "KvSocket.h"
+#include "ReverseConnectionReport.h"
+#include "UtilLog.h"
+#include "UtilService.h"
+#include "UtilWTS.h"
+#include "resource.h"
+
+#include <process.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <new>
+#include <string>
+
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::ConnectionInfo));
+
+std::uint32_t g_dwOneTimeSession = 0;
+wchar_t g_szOneTimeSession[KV_ONE_TIME_SESSION_UNITS] = {};
+
+namespace
+{
+
+constexpr wchar_t KV_SERVICE_HOST[] = L"localhost";
+constexpr DWORD KV_CONNECT_RETRY_MS = 3000;
+constexpr unsigned int KV_CONNECT_TIMEOUT_MS = 3000;
+constexpr unsigned int KV_PORT_QUERY_TIMEOUT_MS = 3000;
+constexpr DWORD KV_EVENT_SYSTEM_TEXT_UNITS = 1024;
+constexpr DWORD KV_REPORT_SYSTEM_TEXT_UNITS = 2048;
+// Timer periods after the handshake, the settings and a connect notice.
+constexpr UINT KV_NOTIFY_AFTER_INIT_MS = 1000;
+constexpr UINT KV_NOTIFY_AFTER_SETTINGS_MS = 5000;
+constexpr UINT KV_NOTIFY_AFTER_CONNECT_MS = 2000;
+constexpr UINT KV_SETTINGS_DIALOG_DELAY_MS = 500;
+constexpr std::size_t KV_NOTIFY_NAME_UNITS = 259;
+constexpr std::uint32_t KV_IDLE_ICON_AFTER_LAST_VIEWER = 1;
+
+template <std::size_t N> std::wstring Bounded(const char16_t (&s)[N])
+{
+    return std::wstring(KvWide(s), KvStringLength(s));
+}
+
+std::u16string ToU16(const std::wstring& s)
+{
+    return std::u16string(reinterpret_cast<const char16_t*>(s.data()), s.size());
+}
+
+// Copies text into a fixed buffer of N units, cut to N - 1 and terminated.
+template <std::size_t N> void CopyInto(wchar_t (&dst)[N], const std::wstring& text)
+{
+    const std::size_t cch = std::min(text.size(), N - 1);
+    std::wmemcpy(dst, text.data(), cch);
+    dst[cch] = L'\0';
+}
+
+// A record string without its terminator is cut at its last unit, so that whoever reads the
+// record later stops inside the array.
+template <std::size_t N> void TerminateField(char16_t (&s)[N], const wchar_t* szField)
+{
+    if (KvIsTerminated(s))
+        return;
+    s[N - 1] = 0;
+    LOG4CXX_WARN(logger, szField << L" has no terminator; cut to " << (N - 1) << L" units.");
+}
+
+// The whole string of the resource library, however long.
+std::wstring LoadResourceString(UINT uId)
+{
+    const wchar_t* p = nullptr;
+    const int cch = LoadStringW(g_hResInstance, uId, reinterpret_cast<LPWSTR>(&p), 0);
+    if (cch <= 0 || p == nullptr)
+    {
+        LOG4CXX_WARN(logger, L"String " << uId << L" not found in the resource library.");
+        return std::wstring();
+    }
+    return std::wstring(p, static_cast<std::size_t>(cch));
+}
+
+// The system's text for an error code, at most cchMax - 1 units, without the trailing line break.
+std::wstring SystemMessage(DWORD dwCode, DWORD cchMax)
+{
+    std::wstring text(cchMax, L'\0');
+    const DWORD cch = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                     dwCode, 0, text.data(), cchMax, nullptr);
+    text.resize(cch);
+    while (!text.empty() && (text.back() == L'\r' || text.back() == L'\n' || text.back() == L' '))
+        text.pop_back();
+    return text;
+}
+
+// One connection's reading and dispatch. Every handler returns false when the link must end.
+class CServiceLink
+{
+public:
+    CServiceLink(CTaskBarWindow* pWindow, std::uint8_t* pBuffer)
+        : m_pWindow(pWindow), m_pSocket(pWindow->m_pSocket), m_pBuffer(pBuffer)
+    {
+    }
+
+    bool Connect();
+    void ReadLoop();
+
+private:
+    // Reads the rest of a record of type T behind the type id already in the buffer.
+    template <typename T> T* Read()
+    {
+        static_assert(sizeof(T) <= KV_RECEIVE_BUFFER_BYTES, "every record fits into the buffer");
+        if (!m_pSocket->ReadExact(m_pBuffer + 4, static_cast<int>(sizeof(T) - 4)))
+        {
+            LOG4CXX_INFO(logger, L"Reading the record failed. Error = " << WSAGetLastError());
+            return nullptr;
+        }
+        return reinterpret_cast<T*>(m_pBuffer);
+    }
+    template <typename T> bool Send(const T& record) { return SendBytes(&record, sizeof record); }
+    bool SendBytes(const void* pRecord, std::size_t cb);
+    bool SendUserInformation();
+    void SetIconSelector(std::uint32_t uSelector);
+    void MarkDataChanged();
+    MSG_TRAYICON_CONNECT_INFO* TakeConnectInfo();
+    MSG_TRAYICON_SETTINGS* TakeSettings();
+    void NotifyDialog(UINT uMsg, std::uint32_t dwKind, const wchar_t* szWhat,
+                      const MSG_TRAYICON_CONNECT_INFO& info);
+    void ReportConnectFailure(DWORD dwConnectError);
+
+    bool Dispatch(std::uint32_t dwType);
+    bool OnVersion();
+    bool OnInit();
+    bool OnExit();
+    bool OnConnectCount();
+    bool OnSettings(bool bFirst);
+    bool OnConnectNotify();
+    bool OnDisconnectNotify();
+    bool OnUserInformation();
+    bool OnNotifyAll();
+    bool OnDesktopEffects();
+    bool OnSftInitTemp();
+    bool OnServerReconfigure();
+    bool OnAddresses();
+    bool OnReverseConnection();
+    void ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec);
+    bool OnChatOpen();
+    bool OnChatMessage();
+
+    CTaskBarWindow* const m_pWindow;
+    CKvSocket* const m_pSocket;
+    std::uint8_t* const m_pBuffer;
+};
+
+bool CServiceLink::SendBytes(const void* pRecord, std::size_t cb)
+{
+    if (m_pWindow->SendToService(pRecord, static_cast<int>(cb)))
+        return true;
+    LOG4CXX_INFO(logger, L"Sending a record of " << cb << L" bytes failed. Error = " << WSAGetLastError());
+    return false;
+}
+
+bool CServiceLink::Connect()
+{
+    KvLogBlock logBlock(logger, L"CServiceLink::Connect");
+    if (m_pWindow->m_uiPort == 0)
+        m_pWindow->m_uiPort = KV_DEFAULT_SERVICE_PORT;
+    // Before the first connection there is no handle yet, so this changes nothing; kept so the
+    // attempts behave the same whatever the socket held before.
+    m_pSocket->SetTimeouts(KV_CONNECT_TIMEOUT_MS);
+
+    for (int nAttempt = 0; nAttempt < 2; ++nAttempt)
+    {
+        if (nAttempt > 0)
+            Sleep(KV_CONNECT_RETRY_MS);
+        if (m_pWindow->m_bClosing)
+            return false;
+        LOG4CXX_INFO(logger, L"Connecting to the service on port " << m_pWindow->m_uiPort.load());
+        if (m_pSocket->Connect(KV_SERVICE_HOST, m_pWindow->m_uiPort, SOCK_STREAM, 0))
+            return true;
+    }
+
+    const DWORD dwConnectError = GetLastError();
+    LOG4CXX_INFO(logger, L"The service did not answer on port " << m_pWindow->m_uiPort.load() << L". Error = "
+                                                                << dwConnectError);
+    unsigned int uiPort = 0;
+    if (!m_pWindow->m_bClosing && GetPortNumberViaUDP(&uiPort))
+    {
+        m_pWindow->m_uiPort = uiPort;
+        LOG4CXX_INFO(logger, L"Connecting to the service on its announced port " << uiPort);
+        if (m_pSocket->Connect(KV_SERVICE_HOST, uiPort, SOCK_STREAM, 0))
+            return true;
+    }
+    ReportConnectFailure(dwConnectError);
+    return false;
+}
+
+void CServiceLink::ReportConnectFailure(DWORD dwConnectError)
+{
+    KvLogBlock logBlock(logger, L"CServiceLink::ReportConnectFailure");
+    if (!IsServiceInstalled())
+    {
+        LogInformationMsg(LoadResourceString(IDS_EVENT_SERVICE_NOT_INSTALLED).c_str());
+    }
+    else if (!IsServiceRunning())
+    {
+        LogInformationMsg(LoadResourceString(IDS_EVENT_SERVICE_NOT_RUNNING).c_str());
+    }
+    else
+    {
+        const std::wstring text = LoadResourceString(IDS_EVENT_CONNECT_FAILED) + L"\r\n" +
+                                  SystemMessage(dwConnectError, KV_EVENT_SYSTEM_TEXT_UNITS);
+        // The code of the failed attempts: the service queries since have overwritten the last error.
+        LogErrorMsg(text.c_str(), dwConnectError);
+    }
+}
+
+void CServiceLink::ReadLoop()
+{
+    KvLogBlock logBlock(logger, L"CServiceLink::ReadLoop");
+    m_pSocket->SetTimeouts(0);
+    LOG4CXX_INFO(logger, L"Waiting for a message from the socket.");
+    for (;;)
+    {
+        if (m_pWindow->m_bClosing)
+            return;
+        if (!m_pSocket->ReadExact(m_pBuffer, 4))
+        {
+            LOG4CXX_INFO(logger, L"The service link is closed. Error = " << WSAGetLastError());
+            return;
+        }
+        if (m_pSocket->GetHandle() == INVALID_SOCKET)
+            return;
+        const std::uint32_t dwType = KvReadU32(m_pBuffer);
+        LOG4CXX_INFO(logger, L"Received message type " << dwType);
+        if (!Dispatch(dwType))
+            return;
+        LOG4CXX_INFO(logger, L"Waiting for a message from the socket.");
+    }
+}
+
+bool CServiceLink::Dispatch(std::uint32_t dwType)
+{
+    // The chat records log their names with their fields.
+    if (KvRecordSize(dwType, KvDirection::ToAgent) != 0 && dwType != MSG_TYPE_TRAYICON_CHAT_OPEN &&
+        dwType != MSG_TYPE_CHAT_MESSAGE)
+        LOG4CXX_INFO(logger, KvWidenName(KvMessageName(dwType)));
+
+    CTaskBarWindow& w = *m_pWindow;
+    switch (dwType)
+    {
+    case MSG_TYPE_VERSION:
+        return OnVersion();
+    case MSG_TYPE_TRAYICON_INIT:
+        return OnInit();
+    case MSG_TYPE_TRAYICON_EXIT:
+        return OnExit();
+    case MSG_TYPE_TRAYICON_CONNECT_COUNT:
+        return OnConnectCount();
+    case MSG_TYPE_TRAYICON_SETTINGS:
+        return OnSettings(true);
+    case MSG_TYPE_TRAYICON_SETTINGS_UPDATE:
+        return OnSettings(false);
+    case MSG_TYPE_TRAYICON_CONNECT_NOTIFY:
+        return OnConnectNotify();
+    case MSG_TYPE_TRAYICON_DISCONNECT_NOTIFY:
+        return OnDisconnectNotify();
+    case MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION:
+        return Read<MSG_TRAYICON_DESKTOP_USER_INFORMATION>() != nullptr && SendUserInformation();
+    case MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ALL:
+        return OnNotifyAll();
+    case MSG_TYPE_TRAYICON_POSIBLE_LOCK_STATE_CHANGE:
+        CheckDesktopState();
+        if (g_nDesktopState != static_cast<int>(KV_DESKTOP_STATE_NORMAL))
+            w.NotifyConnect();
+        return true;
+    case MSG_TYPE_TRAYICON_DESKTOP_EFFECTS:
+        return OnDesktopEffects();
+    case MSG_TYPE_TRAYICON_SFT_DROP_CLIENT:
+    {
+        auto* rec = Read<MSG_TRAYICON_SFT_DROP_CLIENT>();
+        if (rec != nullptr)
+            w.SFT_AddDropWindow(rec);
+        return rec != nullptr;
+    }
+    case MSG_TYPE_TRAYICON_SFT_INIT_TEMP:
+        return OnSftInitTemp();
+    case MSG_TYPE_TRAYICON_SFT_DELETE_TEMP:
+    {
+        const auto* rec = Read<MSG_TRAYICON_SFT_DELETE_TEMP>();
+        if (rec != nullptr)
+            w.SFT_DeleteTempFile(rec->dwTempFile);
+        return rec != nullptr;
+    }
+    case MSG_TYPE_TRAYICON_SETTINGS_DIALOG:
+        if (Read<MSG_TRAYICON_SETTINGS_DIALOG>() == nullptr)
+            return false;
+        SetTimer(w.m_hWnd, KV_TIMER_SETTINGS_DIALOG, KV_SETTINGS_DIALOG_DELAY_MS, nullptr);
+        return true;
+    case MSG_TYPE_TRAYICON_SERVER_RECONFIGURE:
+        return OnServerReconfigure();
+    case MSG_TYPE_TRAYICON_IP_ADDRESSES:
+        return OnAddresses();
+    case MSG_TYPE_TRAYICON_PERMISSION:
+    {
+        const auto* rec = Read<MSG_TRAYICON_PERMISSION>();
+        if (rec != nullptr)
+            ExecutePermission(static_cast<int>(rec->nPort), static_cast<int>(rec->nAfType));
+        return rec != nullptr;
+    }
+    case MSG_TYPE_REVERSE_CONNECTION:
+        return OnReverseConnection();
+    case MSG_TYPE_TRAYICON_CHAT_OPEN:
+        return OnChatOpen();
+    case MSG_TYPE_CHAT_MESSAGE:
+        return OnChatMessage();
+    case MSG_TYPE_TRAYICON_CHAT_CLOSE:
+        SendMessageW(w.m_hWnd, WM_CHAT_CLOSE, 0, 0);
+        return true;
+    case MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE:
+        // Only wakes the read; the next turn sees the stop flag if the window is closing.
+        return Send(KvBuildTypeOnly(MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE));
+    default:
+        // Nothing more is read: a known sender never sends an id with a payload we do not know.
+        LOG4CXX_WARN(logger, L"Unknown message type " << dwType << L" skipped.");
+        return true;
+    }
+}
+
+bool CServiceLink::OnVersion()
+{
+    auto* rec = Read<MSG_VERSION>();
+    if (rec == nullptr)
+        return false;
+    LOG4CXX_INFO(logger, L"Service version " << rec->dVersion << L" session " << rec->dwSessionId);
+    KvBuildVersionAnswer(*rec, GetSessionID());
+    if (!Send(*rec))
+        return false;
+    Sleep(0);
+    // The desktop watcher reports the desktop's state as soon as the service can take it.
+    if (m_pWindow->m_hSessionEvent != nullptr)
+        SetEvent(m_pWindow->m_hSessionEvent);
+    return true;
+}
+
+bool CServiceLink::OnInit()
+{
+    std::memset(m_pBuffer, 0, sizeof(MSG_TRAYICON_INIT));
+    auto* rec = Read<MSG_TRAYICON_INIT>();
+    if (rec == nullptr)
+        return false;
+    g_dwOneTimeSession = rec->dwOneTimeSession;
+    const std::size_t cchText =
+        std::min(KvStringLength(rec->szOneTimeSession), KV_ONE_TIME_SESSION_UNITS - 1);
+    if (!KvIsTerminated(rec->szOneTimeSession))
+        LOG4CXX_WARN(logger, L"MSG_TRAYICON_INIT.szOneTimeSession has no terminator; cut to " << cchText
+                                                                                              << L" units.");
+    std::wmemcpy(g_szOneTimeSession, KvWide(rec->szOneTimeSession), cchText);
+    g_szOneTimeSession[cchText] = L'\0';
+    LOG4CXX_INFO(logger, L"dwDesktopEffects=" << rec->dwDesktopEffects << L" dwOneTimeSession="
+                                              << rec->dwOneTimeSession << L" text units=" << cchText);
+
+    if (rec->dwDesktopEffects > 1)
+        m_pWindow->SetDesktopOptions(static_cast<int>(rec->dwDesktopEffects));
+    if (!Send(KvBuildDesktopEffectsAck(0)))
+        return false;
+    CheckDesktopState();
+    KvBuildInitAnswer(*rec, GetSessionID(), static_cast<std::uint32_t>(g_nDesktopState));
+    if (!Send(*rec))
+        return false;
+    SetTimer(m_pWindow->m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_INIT_MS, nullptr);
+    return true;
+}
+
+bool CServiceLink::OnExit()
+{
+    if (Read<MSG_TRAYICON_EXIT>() == nullptr)
+        return false;
+    m_pWindow->RetoreDesktopOptions();
+    m_pSocket->Shutdown();
+    m_pSocket->Close();
+    PostMessageW(m_pWindow->m_hWnd, WM_CLOSE, 0, 0);
+    g_nExitCode = KV_EXIT_CODE_ENDED;
+    return false;
+}
+
+void CServiceLink::SetIconSelector(std::uint32_t uSelector)
+{
+    m_pWindow->m_uTrayIconSelector = uSelector;
+    m_pWindow->SetTrayIcon();
+}
+
+void CServiceLink::MarkDataChanged()
+{
+    // The tray window waits on the reply flag after asking for settings or addresses.
+    m_pWindow->m_bDataChanged = 1;
+    m_pWindow->m_bReplyReceived = 1;
+}
+
+MSG_TRAYICON_CONNECT_INFO* CServiceLink::TakeConnectInfo()
+{
+    auto* rec = Read<MSG_TRAYICON_CONNECT_INFO>();
+    if (rec == nullptr)
+        return nullptr;
+    TerminateField(rec->szUsername, L"MSG_TRAYICON_CONNECT_INFO.szUsername");
+    TerminateField(rec->szSecondLine, L"MSG_TRAYICON_CONNECT_INFO.szSecondLine");
+    TerminateField(rec->szThirdLine, L"MSG_TRAYICON_CONNECT_INFO.szThirdLine");
+    std::memcpy(&m_pWindow->m_ConnectInfo, rec, sizeof *rec);
+    m_pWindow->m_nConnections = static_cast<int>(std::min<std::uint32_t>(rec->dwConnections, INT_MAX));
+    LOG4CXX_INFO(logger, L"dwConnections=" << rec->dwConnections << L" dwTrayIcon=" << rec->dwTrayIcon
+                                           << L" dwViewerId=" << rec->dwViewerId);
+    return rec;
+}
+
+MSG_TRAYICON_SETTINGS* CServiceLink::TakeSettings()
+{
+    auto* rec = Read<MSG_TRAYICON_SETTINGS>();
+    if (rec == nullptr)
+        return nullptr;
+    TerminateField(rec->szCaption, L"MSG_TRAYICON_SETTINGS.szCaption");
+    TerminateField(rec->szNotifyTitle, L"MSG_TRAYICON_SETTINGS.szNotifyTitle");
+    TerminateField(rec->szNotifyHeading, L"MSG_TRAYICON_SETTINGS.szNotifyHeading");
+    TerminateField(rec->szConnectHeader, L"MSG_TRAYICON_SETTINGS.szConnectHeader");
+    for (auto& szAbout : rec->szAboutText)
+        TerminateField(szAbout, L"MSG_TRAYICON_SETTINGS.szAboutText");
+    TerminateField(rec->szLanguage, L"MSG_TRAYICON_SETTINGS.szLanguage");
+    std::memcpy(&m_pWindow->m_Settings, rec, sizeof *rec);
+    return rec;
+}
+
+bool CServiceLink::OnConnectCount()
+{
+    const auto* rec = TakeConnectInfo();
+    if (rec == nullptr)
+        return false;
+    SetIconSelector(rec->dwConnections != 0 ? rec->dwTrayIcon : m_pWindow->m_Settings.dwIdleTrayIcon);
+    return true;
+}
+
+bool CServiceLink::OnSettings(bool bFirst)
+{
+    const auto* rec = TakeSettings();
+    if (rec == nullptr)
+        return false;
+    if (bFirst)
+        m_pWindow->m_bAcknowledgeConnect = 0;
+    MarkDataChanged();
+    SetIconSelector(rec->dwIdleTrayIcon);
+    if (!bFirst)
+        return true;
+    if (!SendUserInformation())
+        return false;
+    SetTimer(m_pWindow->m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_SETTINGS_MS, nullptr);
+    return true;
+}
+
+bool CServiceLink::SendUserInformation()
+{
+    MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
+    KvZero(info);
+    m_pWindow->GetDesktopUserInformation(&info);
+    info.dwType = MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION;
+    return Send(info);
+}
+
+void CServiceLink::NotifyDialog(UINT uMsg, std::uint32_t dwKind, const wchar_t* szWhat,
+                                const MSG_TRAYICON_CONNECT_INFO& info)
+{
+    HWND hDialog = m_pWindow->m_hNotifyDlg;
+    if (hDialog == nullptr || !IsWindow(hDialog))
+        return;
+    KV_NOTIFY_RECORD record;
+    std::memset(&record, 0, sizeof record);
+    record.dwKind = dwKind;
+    CopyInto(record.szText, Bounded(info.szUsername).substr(0, KV_NOTIFY_NAME_UNITS) + szWhat);
+    record.dwConnections = info.dwConnections;
+    SendMessageW(hDialog, uMsg, reinterpret_cast<WPARAM>(&record), 0);
+}
+
+bool CServiceLink::OnConnectNotify()
+{
+    const auto* rec = TakeConnectInfo();
+    if (rec == nullptr)
+        return false;
+    SetIconSelector(rec->dwTrayIcon);
+    NotifyDialog(WM_KV_NOTIFY_CONNECTED, 1, L" connected", *rec);
+    if (m_pWindow->m_bAcknowledgeConnect)
+    {
+        if (!Send(KvBuildTypeOnly(MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ACK)))
+            return false;
+        m_pWindow->m_bConnectNotified = 1;
+    }
+    else
+    {
+        m_pWindow->m_bConnectNotified = 1;
+        SetTimer(m_pWindow->m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_CONNECT_MS, nullptr);
+    }
+    return true;
+}
+
+bool CServiceLink::OnDisconnectNotify()
+{
+    const auto* rec = TakeConnectInfo();
+    if (rec == nullptr)
+        return false;
+    NotifyDialog(WM_KV_NOTIFY_DISCONNECTED, 0, L" disconnected", *rec);
+    if (rec->dwConnections == 0)
+    {
+        m_pWindow->SFT_RemoveDropWindow(-1);
+        m_pWindow->m_uTrayIconSelector = KV_IDLE_ICON_AFTER_LAST_VIEWER;
+    }
+    else
+    {
+        m_pWindow->SFT_RemoveDropWindow(static_cast<int>(rec->dwViewerId));
+    }
+    m_pWindow->NotifyDisconnect();
+    return true;
+}
+
+bool CServiceLink::OnNotifyAll()
+{
+    auto* rec = Read<MSG_TRAYICON_NOTIFY_ALL>();
+    if (rec == nullptr)
+        return false;
+    TerminateField(rec->szText, L"MSG_TRAYICON_NOTIFY_ALL.szText");
+    std::memcpy(&m_pWindow->m_NotifyAll, rec, sizeof *rec);
+    m_pWindow->NotifyAll();
+    return true;
+}
+
+bool CServiceLink::OnDesktopEffects()
+{
+    // The icon is refreshed before the mask is read; the order is kept as the service knows it.
+    std::memset(m_pBuffer, 0, sizeof(MSG_TRAYICON_DESKTOP_EFFECTS));
+    m_pWindow->SetTrayIcon();
+    const auto* rec = Read<MSG_TRAYICON_DESKTOP_EFFECTS>();
+    if (rec == nullptr)
+        return false;
+    const std::uint32_t dwMask = rec->dwMask;
+    LOG4CXX_INFO(logger, L"dwMask=" << dwMask);
+    if (dwMask > 1)
+        m_pWindow->SetDesktopOptions(static_cast<int>(dwMask));
+    return Send(KvBuildDesktopEffectsAck(dwMask));
+}
+
+bool CServiceLink::OnSftInitTemp()
+{
+    auto* rec = Read<MSG_TRAYICON_SFT_INIT_TEMP>();
+    if (rec == nullptr)
+        return false;
+    TerminateField(rec->szEventName, L"MSG_TRAYICON_SFT_INIT_TEMP.szEventName");
+    TerminateField(rec->szTempIniPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szTempIniPath");
+    TerminateField(rec->szDataPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szDataPath");
+    m_pWindow->SFT_CreateTempFiles(rec);
+    // The service waits on this event whether or not the files could be made.
+    HANDLE hEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, KvWide(rec->szEventName));
+    if (hEvent != nullptr)
+    {
+        SetEvent(hEvent);
+        CloseHandle(hEvent);
+    }
+    else
+    {
+        LOG4CXX_WARN(logger, L"Cannot open event. Last error: " << GetLastError());
+    }
+    return true;
+}
+
+bool CServiceLink::OnServerReconfigure()
+{
+    auto* rec = Read<MSG_TRAYICON_SERVER_RECONFIGURE>();
+    if (rec == nullptr)
+        return false;
+    TerminateField(rec->szText, L"MSG_TRAYICON_SERVER_RECONFIGURE.szText");
+    LOG4CXX_INFO(logger, L"dwState=" << rec->dwState);
+    m_pWindow->SendTrayMsgServerReconfiguring(rec->dwState, KvWide(rec->szText));
+    // The resource library is swapped on the window's thread, which loads strings from it.
+    SendMessageW(m_pWindow->m_hWnd, WM_KV_RELOAD_LANGUAGE, 0, 0);
+    return true;
+}
+
+bool CServiceLink::OnAddresses()
+{
+    auto* rec = Read<MSG_TRAYICON_IP_ADDRESSES>();
+    if (rec == nullptr)
+        return false;
+    TerminateField(rec->szAddresses, L"MSG_TRAYICON_IP_ADDRESSES.szAddresses");
+    std::memcpy(&m_pWindow->m_AboutInfo, rec, sizeof *rec);
+    MarkDataChanged();
+    return true;
+}
+
+bool CServiceLink::OnReverseConnection()
+{
+    // The request is answered: the menu may offer a new one.
+    m_pWindow->m_bReverseConnectBusy = 0;
+    m_pWindow->m_bReverseConnectActive = 0;
+    std::memset(m_pBuffer + 4, 0, sizeof(MSG_REVERSE_CONNECTION) - 4);
+    const auto* rec = Read<MSG_REVERSE_CONNECTION>();
+    if (rec == nullptr)
+        return false;
+    LOG4CXX_INFO(logger, L"dwStatus=" << rec->dwStatus << L" dwError=" << rec->dwError);
+    switch (rec->dwStatus)
+    {
+    case KV_REVERSE_STARTED:
+        PostMessageW(m_pWindow->m_hWnd, WM_KV_JOIN_SESSION_WAIT, 0, 0);
+        break;
+    case KV_REVERSE_ENDED:
+        PostMessageW(m_pWindow->m_hWnd, WM_KV_JOIN_SESSION_WAIT, 1, 0);
+        break;
+    case KV_REVERSE_DONE:
+        PostMessageW(m_pWindow->m_hWnd, WM_KV_JOIN_SESSION_WAIT, 1, 0);
+        m_pWindow->m_bReverseConnectDone = 1;
+        ReportReverseConnection(*rec);
+        break;
+    default:
+        m_pWindow->m_bReverseConnectBusy = 0;
+        break;
+    }
+    return true;
+}
+
+void CServiceLink::ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec)
+{
+    KvLogBlock logBlock(logger, L"CServiceLink::ReportReverseConnection");
+    KvReverseReportInput in;
+    in.bSuppress = rec.bSuppressReport != 0;
+    in.bShort = rec.bShortReport != 0;
+    if (in.bSuppress)
+    {
+        LOG4CXX_INFO(logger, L"The service asks for no report.");
+        return;
+    }
+    (in.bShort ? in.shortFormat : in.longFormat) =
+        ToU16(LoadResourceString(in.bShort ? IDS_REVERSE_REPORT_SHORT_FMT : IDS_REVERSE_REPORT_LONG_FMT));
+    in.errorText = KvReadString(rec.szError);
+    if (in.errorText.empty())
+        in.systemText = ToU16(SystemMessage(rec.dwError, KV_REPORT_SYSTEM_TEXT_UNITS));
+    in.shortText = KvReadString(rec.szShortText);
+    in.host = KvReadString(rec.szHost);
+    in.dwPort = rec.dwPort;
+    const KvReverseReport report = KvComposeReverseReport(in);
+
+    CopyInto(m_pWindow->m_szMsgBoxCaption, LoadResourceString(IDS_APP_CAPTION));
+    CopyInto(m_pWindow->m_szMsgBoxText,
+             std::wstring(reinterpret_cast<const wchar_t*>(report.text.data()), report.text.size()));
+    LOG4CXX_INFO(logger, L"Reverse connection report: " << m_pWindow->m_szMsgBoxText);
+    if (report.bPost)
+        PostMessageW(m_pWindow->m_hWnd, WM_KV_QUEUED_MSGBOX, 0, 0);
+}
+
+bool CServiceLink::OnChatOpen()
+{
+    auto* rec = Read<MSG_TRAYICON_CHAT_OPEN>();
+    if (rec == nullptr)
+        return false;
+    TerminateField(rec->szUsername, L"MSG_TRAYICON_CHAT_OPEN.szUsername");
+    LOG4CXX_INFO(logger, L"MSG_TYPE_TRAYICON_CHAT_OPEN: szUsername = " << Bounded(rec->szUsername));
+    SendMessageW(m_pWindow->m_hWnd, WM_CHAT_OPEN, reinterpret_cast<WPARAM>(rec), 0);
+    return true;
+}
+
+bool CServiceLink::OnChatMessage()
+{
+    KvLogBlock logBlock(logger, L"CServiceLink::OnChatMessage");
+    LOG4CXX_INFO(logger, L"MSG_TYPE_CHAT_MESSAGE received.");
+    MSG_CHAT_MESSAGE head;
+    KvZero(head);
+    head.dwType = MSG_TYPE_CHAT_MESSAGE;
+    if (!m_pSocket->ReadExact(reinterpret_cast<std::uint8_t*>(&head) + 4, static_cast<int>(sizeof head - 4)))
+        return false;
+    TerminateField(head.szUsername, L"MSG_CHAT_MESSAGE.szUsername");
+    LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.szUsername = " << Bounded(head.szUsername));
+    LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.dwMessageLength = " << head.dwMessageLength);
+
+    // The body cannot be skipped without reading it, so a length we refuse ends the link.
+    if (!KvChatLengthAcceptable(head.dwMessageLength))
+    {
+        LOG4CXX_ERROR(logger, L"Chat message body of "
+                                  << head.dwMessageLength << L" bytes exceeds the limit of "
+                                  << KV_MAX_CHAT_BODY_BYTES << L" bytes; the link to the service ends.");
+        return false;
+    }
+    const std::size_t cbWhole = sizeof head + head.dwMessageLength;
+    std::unique_ptr<std::uint8_t[]> whole(new (std::nothrow) std::uint8_t[cbWhole]);
+    if (!whole)
+    {
+        LOG4CXX_ERROR(logger, L"No memory for a chat message of "
+                                  << cbWhole << L" bytes; the link to the service ends.");
+        return false;
+    }
+    std::memcpy(whole.get(), &head, sizeof head);
+    if (!m_pSocket->ReadExact(whole.get() + sizeof head, static_cast<int>(head.dwMessageLength)))
+    {
+        const DWORD dwError = GetLastError();
+        const int nSocketError = WSAGetLastError();
+        LOG4CXX_ERROR(logger, L"Socket read failed. GetLastError=" << dwError << L" WSAGetLastError="
+                                                                   << nSocketError);
+        return false;
+    }
+    SendMessageW(m_pWindow->m_hWnd, WM_CHAT_MESSAGE, reinterpret_cast<WPARAM>(whole.get()), 0);
+    return true;
+}
+
+void RunConnection(CTaskBarWindow* pWindow)
+{
+    KvLogBlock logBlock(logger, L"RunConnection");
+    std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[KV_RECEIVE_BUFFER_BYTES]);
+    if (!buffer)
+    {
+        LOG4CXX_ERROR(logger, L"No memory for the receive buffer.");
+        return;
+    }
+    if (pWindow->m_pSocket == nullptr)
+    {
+        LOG4CXX_ERROR(logger, L"The tray window has no socket.");
+        return;
+    }
+    CServiceLink link(pWindow, buffer.get());
+    if (link.Connect())
+        link.ReadLoop();
+}
+
+} // namespace
+
+unsigned int __stdcall ConnectionInfo(void* pTrayWindow)
+{
+    KvSetThreadName(L"ConnectionInfo");
+    {
+        KvLogBlock logBlock(logger, L"ConnectionInfo");
+        auto* pWindow = static_cast<CTaskBarWindow*>(pTrayWindow);
+        if (pWindow != nullptr)
+        {
+            RunConnection(pWindow);
+            // A window that is closing has already let go of the link; otherwise the agent ends
+            // with its link.
+            if (!pWindow->m_bClosing)
+            {
+                LOG4CXX_INFO(logger, L"The connection to the service ended; closing the tray window.");
+                PostMessageW(pWindow->m_hWnd, WM_KV_QUIT, 0, 0);
+            }
+        }
+    }
+    _endthreadex(0);
+    return 0;
+}
+
+int GetPortNumberViaUDP(unsigned int* puiPort)
+{
+    KvLogBlock logBlock(logger, L"GetPortNumberViaUDP");
+    if (puiPort == nullptr)
+        return 0;
+    CKvSocket socket;
+    if (!socket.Connect(KV_SERVICE_HOST, KV_DEFAULT_SERVICE_PORT, SOCK_DGRAM, 0))
+    {
+        LOG4CXX_INFO(logger, L"No datagram socket to the service. Error = " << WSAGetLastError());
+        return 0;
+    }
+    socket.SetTimeouts(KV_PORT_QUERY_TIMEOUT_MS);
+    const MSG_UDP_HEADER head = KvBuildUdpHeader(KV_UDP_PORT_QUERY);
+    MSG_PORT_QUERY query;
+    KvBuildPortQuery(query);
+    MSG_PORT_QUERY answer;
+    KvZero(answer);
+    if (!socket.Send(&head, sizeof head) || !socket.Send(&query, sizeof query) ||
+        !socket.ReadOnce(&answer, sizeof answer))
+    {
+        LOG4CXX_INFO(logger, L"The service did not tell its port. Error = " << WSAGetLastError());
+        return 0;
+    }
+    LOG4CXX_INFO(logger, L"The service listens on port " << answer.dwPort);
+    *puiPort = answer.dwPort;
+    return 1;
+}
