@@ -1,10 +1,8 @@
 #include "CreateInvitationDialog.h"
 
-#include "DialogPlaceholder.h"
-
-static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::CreateInvitationDialog));
-
-INT_PTR CALLBACK CreateInvitationWndProc(HWND hDlg, UINT uMsg, WPARAM /*wParam*/, LPARAM /*lParam*/)
+// The dialog's template and behaviour come with their own change; until then the tray window
+// finds no template and logs that the dialog cannot be shown.
+INT_PTR CALLBACK CreateInvitationWndProc(HWND /*hDlg*/, UINT /*uMsg*/, WPARAM /*wParam*/, LPARAM /*lParam*/)
 {
-    return KvDialogNotBuiltYet(logger, L"The invitation dialog", true, hDlg, uMsg);
+    return FALSE;
 }

@@ -63,6 +63,25 @@ HICON LoadTrayIcon(int nId)
                                          GetSystemMetrics(SM_CXSMICON), GetSystemMetrics(SM_CYSMICON), 0));
 }
 
+// A modal dialog of the resource library. A library without that template makes it fail; that is
+// logged rather than shown to the user.
+INT_PTR ShowDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
+{
+    const INT_PTR nResult = DialogBoxParamW(g_hResInstance, MAKEINTRESOURCEW(nId), hOwner, pfnProc, lParam);
+    if (nResult == -1)
+        LOG4CXX_WARN(logger, L"Dialog " << nId << L" cannot be shown. Error = " << GetLastError());
+    return nResult;
+}
+
+// The same for a modeless dialog; null when it cannot be made.
+HWND CreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
+{
+    HWND hDlg = CreateDialogParamW(g_hResInstance, MAKEINTRESOURCEW(nId), hOwner, pfnProc, lParam);
+    if (hDlg == nullptr)
+        LOG4CXX_WARN(logger, L"Dialog " << nId << L" cannot be created. Error = " << GetLastError());
+    return hDlg;
+}
+
 void DestroyIconHandle(HICON& hIcon)
 {
     if (hIcon != nullptr)
@@ -277,7 +296,7 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
     case WM_KV_SHOW_NOTIFY_DLG:
         if (wParam == 0 && m_nMode == 1 && m_bNotifyDlg == 0)
             return 1;
-        OnShowNotifyDialog(false);
+        OnShowNotifyDialog(wParam != 0);
         return 0;
     case WM_KV_START:
         g_nDesktopState = KV_DESKTOP_STATE_NORMAL;
@@ -303,8 +322,7 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
     case WM_KV_DROP_WINDOW:
         if (wParam == 1000)
         {
-            HWND hDrop = CreateDialogParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_SFT_DROP), nullptr, SFTDropWndProc,
-                                            lParam);
+            HWND hDrop = CreateModelessDialog(nullptr, IDD_SFT_DROP, SFTDropWndProc, lParam);
             if (hDrop != nullptr)
                 ShowWindow(hDrop, SW_SHOW);
         }
@@ -559,8 +577,7 @@ void CTaskBarWindow::OpenInvitations()
     const MSG_TRAYICON_TYPE_ONLY request = KvBuildTypeOnly(MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ACK);
     SendToService(&request, sizeof request);
     WaitForReply();
-    DialogBoxParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_CREATE_INVITATION), m_hWnd, CreateInvitationWndProc,
-                    reinterpret_cast<LPARAM>(this));
+    ShowDialog(m_hWnd, IDD_CREATE_INVITATION, CreateInvitationWndProc, reinterpret_cast<LPARAM>(this));
 }
 
 void CTaskBarWindow::OpenAbout()
@@ -571,8 +588,7 @@ void CTaskBarWindow::OpenAbout()
     const MSG_TRAYICON_TYPE_ONLY request = KvBuildTypeOnly(MSG_TYPE_TRAYICON_IP_ADDRESSES);
     SendToService(&request, sizeof request);
     WaitForReply();
-    DialogBoxParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_ABOUT), m_hWnd, AboutWndProc,
-                    reinterpret_cast<LPARAM>(&m_AboutInfo));
+    ShowDialog(m_hWnd, IDD_ABOUT, AboutWndProc, reinterpret_cast<LPARAM>(&m_AboutInfo));
     m_bAboutRequested = 0;
 }
 
@@ -615,8 +631,7 @@ void CTaskBarWindow::OpenConnectToClient()
     auto request = std::make_unique<MSG_REVERSE_CONNECTION>();
     KvZero(*request);
     request->uConnectOption = m_uConnectOption;
-    if (DialogBoxParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_CONNECT_TO_CLIENT), m_hWnd, ConnectToClient,
-                        reinterpret_cast<LPARAM>(request.get())) != 1)
+    if (ShowDialog(m_hWnd, IDD_CONNECT_TO_CLIENT, ConnectToClient, reinterpret_cast<LPARAM>(request.get())) != 1)
         return;
     request->dwType = MSG_TYPE_REVERSE_CONNECTION;
     if (SendToService(request.get(), sizeof *request))
@@ -646,8 +661,8 @@ void CTaskBarWindow::JoinInternetSession()
     else
     {
         m_bJoinDialogOpen = 1;
-        const INT_PTR nResult = DialogBoxParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_JOIN_ATTENDED_SESSION), m_hWnd,
-                                                JoinAttendedSessionProc, reinterpret_cast<LPARAM>(request.get()));
+        const INT_PTR nResult = ShowDialog(m_hWnd, IDD_JOIN_ATTENDED_SESSION, JoinAttendedSessionProc,
+                                           reinterpret_cast<LPARAM>(request.get()));
         m_bJoinDialogOpen = 0;
         if (nResult != 1)
             return;
@@ -680,8 +695,8 @@ void CTaskBarWindow::OnJoinSessionWait(WPARAM wParam)
     {
     case 0:
         LOG4CXX_INFO(logger, L"Displaying Join Internet Session Wait Dialog.");
-        m_hConnectWaitDlg = CreateDialogParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_CONNECT_IN_PROGRESS), m_hWnd,
-                                               ConnectInProgressProc, reinterpret_cast<LPARAM>(this));
+        m_hConnectWaitDlg = CreateModelessDialog(m_hWnd, IDD_CONNECT_IN_PROGRESS, ConnectInProgressProc,
+                                                 reinterpret_cast<LPARAM>(this));
         if (m_hConnectWaitDlg != nullptr)
             ShowWindow(m_hConnectWaitDlg, SW_SHOW);
         break;
@@ -710,11 +725,10 @@ void CTaskBarWindow::OnShowNotifyDialog(bool bUnconditional)
     if (IsWindow(m_hNotifyDlg))
         DestroyWindow(m_hNotifyDlg);
     m_hNotifyDlg = nullptr;
-    if (!bUnconditional && m_nMode == 1 && m_bNotifyDlg == 0 && m_nNotifyKind != KV_NOTIFY_ALL)
+    if (!bUnconditional && m_nMode == 1 && m_bNotifyDlg == 0)
         return;
     LOG4CXX_INFO(logger, L"Opening the notification dialog, kind " << m_nNotifyKind);
-    m_hNotifyDlg = CreateDialogParamW(g_hResInstance, MAKEINTRESOURCEW(IDD_NOTIFY), m_hWnd, NotifyWndProc,
-                                      reinterpret_cast<LPARAM>(this));
+    m_hNotifyDlg = CreateModelessDialog(m_hWnd, IDD_NOTIFY, NotifyWndProc, reinterpret_cast<LPARAM>(this));
     if (m_hNotifyDlg != nullptr)
     {
         m_bFirstNotify = 0;

@@ -1,16 +1,16 @@
 #include "SFT_DropWindow.h"
 
-#include "DialogPlaceholder.h"
 #include "KVNXSTWindow.h"
+#include "KvLogging.h"
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::SFT_DropWindow));
 
 // File transfer is not part of this build yet: the service's requests are taken and logged, the
 // named event of 67002 is still set by the caller so the service does not wait.
 
-INT_PTR CALLBACK SFTDropWndProc(HWND hDlg, UINT uMsg, WPARAM /*wParam*/, LPARAM /*lParam*/)
+INT_PTR CALLBACK SFTDropWndProc(HWND /*hDlg*/, UINT /*uMsg*/, WPARAM /*wParam*/, LPARAM /*lParam*/)
 {
-    return KvDialogNotBuiltYet(logger, L"The file drop window", false, hDlg, uMsg);
+    return FALSE;
 }
 
 int CTaskBarWindow::SFT_CreateTempFiles(MSG_TRAYICON_SFT_INIT_TEMP* /*pInit*/)
