@@ -181,6 +181,40 @@ void Engine::OnAgentClosed()
         ProtocolError(std::string("connection ended during the handshake, ") + StageName(m_stage));
 }
 
+void Engine::OnServiceClosed()
+{
+    if (m_bClosed)
+        return;
+    m_bClosed = true;
+    m_bStreamBroken = true;
+    m_reporter.Note("the service closed the connection");
+}
+
+void Engine::NoteAnswersAskedBy(const Bytes& rec)
+{
+    const KvPeekResult head = KvPeekRecord(rec.data(), rec.size(), KvDirection::ToAgent);
+    if (head.status != KvDecodeStatus::Record || head.cbRecord != rec.size())
+        return; // a part of a record or an unknown id: nothing can be answered
+    switch (head.dwType)
+    {
+    case MSG_TYPE_TRAYICON_SETTINGS:
+    case MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION:
+        ++m_nUserInfoPending;
+        break;
+    case MSG_TYPE_TRAYICON_DESKTOP_EFFECTS:
+        m_effectsAcks.push_back(KvReadU32(rec.data() + 4));
+        break;
+    case MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE:
+        ++m_nUnblockPending;
+        break;
+    case MSG_TYPE_TRAYICON_EXIT:
+        m_bExitRequested = true;
+        break;
+    default:
+        break;
+    }
+}
+
 void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
 {
     const std::uint8_t* data = rec.data();
@@ -211,6 +245,10 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
         if (echo.dwReserved4 != m_version->dwReserved4 ||
             std::memcmp(echo.reserved24, m_version->reserved24, sizeof echo.reserved24) != 0)
             ProtocolError("version echo changed the reserved bytes 4-7 or 24-35");
+        m_agentSession = echo.dwSessionId;
+        if (m_options.dwAgentSession != kAnySession && echo.dwSessionId != m_options.dwAgentSession)
+            ProtocolError("version echo carries session id " + std::to_string(echo.dwSessionId) +
+                          ", the agent runs in session " + std::to_string(m_options.dwAgentSession));
         bHandshake = true;
         m_init = std::make_unique<MSG_TRAYICON_INIT>();
         BuildInit(*m_init, m_options.dwInitEffects, m_options.dwOneTime, m_options.oneTimeText);
@@ -258,6 +296,10 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
         const std::size_t from = offsetof(MSG_TRAYICON_INIT, dwDesktopEffects);
         if (std::memcmp(data + from, KvBytes(*m_init) + from, sizeof(MSG_TRAYICON_INIT) - from) != 0)
             ProtocolError("initialisation echo does not carry bytes 12-16211 as sent");
+        const std::uint32_t session = KvReadU32(data + offsetof(MSG_TRAYICON_INIT, dwSessionId));
+        if (session != m_agentSession)
+            ProtocolError("initialisation echo carries session id " + std::to_string(session) +
+                          ", the version echo " + std::to_string(m_agentSession));
         bHandshake = true;
         m_stage = Stage::AwaitUserInfo;
         SendSettings(MSG_TYPE_TRAYICON_SETTINGS);
@@ -456,7 +498,12 @@ bool Engine::Execute(const Command& cmd)
     {
         const std::u16string user = Utf8ToUtf16(cmd.Arg(0));
         const std::u16string text = Utf8ToUtf16(cmd.Arg(1));
-        const std::vector<std::uint8_t> rec = KvBuildChatMessage(user.c_str(), text.data(), text.size());
+        std::vector<std::uint8_t> rec = KvBuildChatMessage(user.c_str(), text.data(), text.size());
+        if (cmd.Option("length") != nullptr)
+        {
+            const std::uint32_t length = cmd.OptionU32("length");
+            std::memcpy(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength), &length, 4);
+        }
         Send(rec.data(), rec.size());
         return true;
     }
@@ -545,9 +592,10 @@ bool Engine::Execute(const Command& cmd)
     }
     if (v == "raw")
     {
-        Bytes rec(cmd.U32(1, 4), 0);
+        Bytes rec(cmd.U32(1, 4), static_cast<std::uint8_t>(cmd.OptionU32("fill", 0)));
         const std::uint32_t id = cmd.U32(0);
         std::memcpy(rec.data(), &id, 4);
+        NoteAnswersAskedBy(rec);
         Send(rec.data(), rec.size());
         return true;
     }

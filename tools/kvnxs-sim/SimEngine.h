@@ -41,11 +41,15 @@ private:
     std::vector<std::string> m_list;
 };
 
+// The agent's session id is not checked against a known value (only for consistency).
+constexpr std::uint32_t kAnySession = 0xFFFFFFFF;
+
 struct EngineOptions
 {
-    std::uint32_t dwServiceSession = 0; // session id in the service's version record
-    std::uint32_t dwInitEffects = 0;    // desktop-effects mask of the initialisation record
-    std::uint32_t dwOneTime = 0;        // one-time session flag and text of the initialisation
+    std::uint32_t dwServiceSession = 0;         // session id in the service's version record
+    std::uint32_t dwAgentSession = kAnySession; // what the agent must answer as its own session
+    std::uint32_t dwInitEffects = 0;            // desktop-effects mask of the initialisation record
+    std::uint32_t dwOneTime = 0;                // one-time session flag and text of the initialisation
     std::u16string oneTimeText;
     std::uint32_t dwTcpPort = KV_DEFAULT_SERVICE_PORT; // what the port query answers
 };
@@ -71,6 +75,8 @@ public:
     void Start(); // an agent connected: the version record goes out
     void OnAgentBytes(const std::uint8_t* data, std::size_t size);
     void OnAgentClosed();
+    // The service side closed the link (hang-up); whatever the agent still sends is lost.
+    void OnServiceClosed();
     bool AgentClosed() const { return m_bClosed; }
     Stage GetStage() const { return m_stage; }
     static const char* StageName(Stage stage);
@@ -103,6 +109,8 @@ private:
     void SendSettings(std::uint32_t dwType);
     void HandleAgentRecord(const std::vector<std::uint8_t>& rec);
     void ProtocolError(const std::string& what);
+    // A record built by hand (raw) still asks for the answers its id asks for.
+    void NoteAnswersAskedBy(const Bytes& rec);
     bool ApplySettings(const Command& cmd);
 
     EngineOptions m_options;
@@ -114,6 +122,7 @@ private:
     bool m_bExitRequested = false;
     Bytes m_outgoing;
 
+    std::uint32_t m_agentSession = 0; // from the version echo
     std::unique_ptr<MSG_VERSION> m_version;
     std::unique_ptr<MSG_TRAYICON_INIT> m_init;
     std::unique_ptr<MSG_TRAYICON_SETTINGS> m_settings;

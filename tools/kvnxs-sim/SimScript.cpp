@@ -80,9 +80,9 @@ const std::vector<VerbForm>& Verbs()
         {"chat-open", {{"name", Kind::Word, false}}, {}, false, "open the chat (75000)"},
         {"chat",
          {{"name", Kind::Word, false}, {"text", Kind::Text, false}},
-         {},
+         {{"length", Kind::U32}},
          false,
-         "a chat message (75001)"},
+         "a chat message (75001); length= announces another body length than the text's"},
         {"chat-close", {}, {}, false, "close the chat (75002)"},
         {"settings", {}, {}, true, "settings (40003) with field=value changes; the agent answers with 50000"},
         {"settings-update", {}, {}, true, "settings update (40007) with field=value changes"},
@@ -143,9 +143,10 @@ const std::vector<VerbForm>& Verbs()
         {"exit", {}, {}, false, "ask the agent to exit (40001)"},
         {"raw",
          {{"id", Kind::U32, false}, {"size", Kind::U32, true}},
-         {},
+         {{"fill", Kind::U32}},
          false,
-         "any id with a zeroed payload (size bytes in all, default 4)"},
+         "any id with a payload of fill bytes (default 0; size bytes in all, default 4)"},
+        {"hang-up", {}, {}, false, "the service drops the link: close the connection to the agent"},
         {"invite-text",
          {{"text", Kind::Text, false}},
          {},
@@ -338,6 +339,11 @@ bool CheckVerb(const Command& cmd, std::string& error)
     if (cmd.verb == "raw" && cmd.Has(1) && cmd.U32(1) < 4)
     {
         error = "size must be at least 4";
+        return false;
+    }
+    if (cmd.verb == "raw" && cmd.OptionU32("fill") > 0xFF)
+    {
+        error = "fill must be a byte value";
         return false;
     }
     if (cmd.verb == "raw" && cmd.Has(1) && cmd.U32(1) > KV_RECEIVE_BUFFER_BYTES)

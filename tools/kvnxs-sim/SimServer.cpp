@@ -305,6 +305,13 @@ bool Server::RunCommand(const Command& cmd)
         Flush();
         return true;
     }
+    if (v == "hang-up")
+    {
+        Flush();
+        m_agent.Close();
+        m_engine.OnServiceClosed();
+        return true;
+    }
     if (v == "permission-withdraw")
     {
         const Bytes datagram = m_engine.WithdrawPermission();

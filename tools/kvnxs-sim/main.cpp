@@ -31,6 +31,7 @@ const char kUsage[] =
     "  --handshake-timeout MS (default 30000)\n"
     "  --expect-timeout MS    default of expect steps (default 5000)\n"
     "  --session N            service session id in the version record (default 0)\n"
+    "  --agent-session N      the session the agent must name as its own (default: not checked)\n"
     "  --init-effects MASK    desktop-effects mask of the initialisation record (default 0)\n"
     "  --one-time TEXT        one-time session flag set, with this text\n"
     "\n"
@@ -82,6 +83,8 @@ int main(int argc, char** argv)
             options.expectTimeoutMs = n;
         else if (arg == "--session" && TakeNumber(argc, argv, i, n))
             options.engine.dwServiceSession = n;
+        else if (arg == "--agent-session" && TakeNumber(argc, argv, i, n))
+            options.engine.dwAgentSession = n;
         else if (arg == "--init-effects" && TakeNumber(argc, argv, i, n))
             options.engine.dwInitEffects = n;
         else if (arg == "--one-time" && i + 1 < argc)

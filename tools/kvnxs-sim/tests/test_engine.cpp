@@ -113,6 +113,8 @@ TEST(EngineHandshake, EachWayTheAgentCanGetItWrongIsReported)
         {"bytes 12-16211", MSG_TYPE_TRAYICON_INIT, [](Bytes& a) { if (a.size() > 8) a[20] ^= 1; }},
         {"carries mask 3, must be 0", MSG_TYPE_TRAYICON_INIT,
          [](Bytes& a) { a[4] = a.size() == 8 ? 3 : a[4]; }},
+        {"initialisation echo carries session id 2, the version echo 1", MSG_TYPE_TRAYICON_INIT,
+         [](Bytes& a) { a[4] = a.size() > 8 ? 2 : a[4]; }},
         // Four bytes too many: the next id is garbage.
         {"unknown type id 0 from the agent", MSG_TYPE_TRAYICON_INIT,
          [](Bytes& a) { a.resize(a.size() == 8 ? 12 : a.size()); }},
@@ -227,4 +229,42 @@ TEST(EngineDatagrams, PermissionWithdrawnWhileTheDialogIsUp)
 
     c.engine.OnPermissionDatagram(KvBytes(*record), sizeof *record);
     EXPECT_TRUE(c.Traced("no request open"));
+}
+
+TEST(EngineHandshake, TheAgentMustNameItsOwnSessionWhenTheTestKnowsIt)
+{
+    for (const std::uint32_t session : {1u, 2u})
+    {
+        kvsim::EngineOptions options;
+        options.dwAgentSession = session; // the fake agent answers 1
+        Conversation c(true, options);
+        EXPECT_EQ(session == 1 ? 0u : 1u, c.reporter.ErrorCount()) << c.trace.str();
+        EXPECT_EQ(session != 1, c.Traced("version echo carries session id 1, the agent runs in session 2"));
+    }
+}
+
+TEST(EngineRunning, HandMadeRecordsForBadInputStillKeepTheConversationsBooks)
+{
+    Conversation c;
+    // Whole records by hand ask for their answers like the built ones.
+    c.Run("raw 40003 4752 fill=0xFF");
+    ASSERT_EQ(4752u, c.agent.records.back().size());
+    EXPECT_EQ(Bytes(4748, 0xFF), Bytes(c.agent.records.back().begin() + 4, c.agent.records.back().end()));
+    c.Run("raw 50009 8 fill=1");
+    c.Run("raw 100000");
+    EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
+    EXPECT_TRUE(c.engine.TakeReceived(MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION));
+    EXPECT_TRUE(c.Traced("<< MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK (8 bytes) mask=0x1010101"));
+
+    // A chat head may announce another length than its body has.
+    c.Run("chat bob hi length=4294967295");
+    EXPECT_NE(MSG_TYPE_CHAT_MESSAGE, KvReadU32(c.agent.records.back().data())) << "nobody can frame it";
+    EXPECT_TRUE(c.Traced(">> MSG_TYPE_CHAT_MESSAGE (532 bytes) user=\"bob\" length=4294967295 text=\"hi\""))
+        << c.trace.str();
+
+    // After the service hangs up, late bytes from the agent are no protocol fault.
+    c.engine.OnServiceClosed();
+    EXPECT_TRUE(c.engine.AgentClosed());
+    c.AgentSends(Bytes{1, 2, 3, 4, 5});
+    EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
 }

@@ -51,6 +51,7 @@ TEST(ScriptParser, MalformedLinesAreRefusedWithAReason)
         {"reverse 103", "100, 101 or 102"},
         {"raw 9 2", "at least 4"},
         {"raw 9 50000", "receive buffer"},
+        {"raw 9 8 fill=256", "byte value"},
         {"settings display-time=soon", "number"},
     };
     for (const auto& [line, reason] : cases)
