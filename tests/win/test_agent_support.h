@@ -63,6 +63,54 @@ struct AgentRun
     size_t Count(const std::string& part) const { return CountContaining(lines, part); }
 };
 
+// An agent started without waiting for it. It runs until it ends on its own or the test ends
+// it; the object ends it (exit code 999) at the latest when it goes.
+class AgentProcess
+{
+public:
+    AgentProcess() = default;
+    explicit AgentProcess(const PROCESS_INFORMATION& pi) : m_hProcess(pi.hProcess), m_dwId(pi.dwProcessId)
+    {
+        CloseHandle(pi.hThread);
+    }
+    ~AgentProcess()
+    {
+        if (m_hProcess == nullptr)
+            return;
+        End();
+        CloseHandle(m_hProcess);
+    }
+    AgentProcess(AgentProcess&& other) noexcept : m_hProcess(other.m_hProcess), m_dwId(other.m_dwId)
+    {
+        other.m_hProcess = nullptr;
+    }
+    AgentProcess(const AgentProcess&) = delete;
+    AgentProcess& operator=(const AgentProcess&) = delete;
+    AgentProcess& operator=(AgentProcess&&) = delete;
+
+    bool Started() const { return m_hProcess != nullptr; }
+    DWORD Id() const { return m_dwId; }
+    // Waits up to ms for the end: the exit code, or STILL_ACTIVE while it runs.
+    DWORD Wait(DWORD ms) const
+    {
+        DWORD dwCode = STILL_ACTIVE;
+        if (m_hProcess != nullptr && WaitForSingleObject(m_hProcess, ms) == WAIT_OBJECT_0)
+            GetExitCodeProcess(m_hProcess, &dwCode);
+        return dwCode;
+    }
+    // Ends it with 999 unless it has ended; its exit code.
+    DWORD End() const
+    {
+        if (m_hProcess != nullptr && WaitForSingleObject(m_hProcess, 0) != WAIT_OBJECT_0)
+            TerminateProcess(m_hProcess, 999);
+        return Wait(10000);
+    }
+
+private:
+    HANDLE m_hProcess = nullptr;
+    DWORD m_dwId = 0;
+};
+
 // A copy of the built agent and its resource library in a temporary folder on drive C:, with a
 // TRACE configuration writing "level|logger|thread|place|message" lines. Runs start in that folder,
 // so the console-lock record lands at C:\kvnxs.
@@ -83,11 +131,9 @@ public:
         return CopyFileW((ModuleFolder() + from).c_str(), (Path() + to).c_str(), FALSE) != FALSE;
     }
 
-    // Runs the agent on the named desktop (empty: the test's own) and waits for it; a run that hangs
-    // is ended with 999.
-    AgentRun Run(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
+    // Starts the agent on the named desktop (empty: the test's own) with a fresh log.
+    AgentProcess Start(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
     {
-        AgentRun run;
         DeleteFileW(m_log.c_str());
         std::wstring commandLine = L"\"" + m_exe + L"\" " + arguments;
         std::wstring startupDesktop = L"WinSta0\\" + desktop;
@@ -97,16 +143,29 @@ public:
         PROCESS_INFORMATION pi = {};
         if (!CreateProcessW(m_exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
                             Path().c_str(), &si, &pi))
-            return run;
-        if (WaitForSingleObject(pi.hProcess, 60000) != WAIT_OBJECT_0)
-            TerminateProcess(pi.hProcess, 999);
-        GetExitCodeProcess(pi.hProcess, &run.dwExitCode);
-        CloseHandle(pi.hThread);
-        CloseHandle(pi.hProcess);
-        run.log = ReadTextFile(m_log);
+            return AgentProcess();
+        return AgentProcess(pi);
+    }
+
+    // Runs the agent on the named desktop (empty: the test's own) and waits for it; a run that hangs
+    // is ended with 999.
+    AgentRun Run(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
+    {
+        AgentRun run;
+        {
+            const AgentProcess agent = Start(arguments, desktop);
+            if (!agent.Started())
+                return run;
+            run.dwExitCode = agent.Wait(60000);
+            if (run.dwExitCode == STILL_ACTIVE)
+                run.dwExitCode = agent.End();
+        }
+        run.log = Log();
         run.lines = Lines(run.log);
         return run;
     }
+
+    std::string Log() const { return ReadTextFile(m_log); }
 
     // Runs on a fresh desktop, where no other agent can be.
     AgentRun RunAlone(const std::wstring& arguments) const
