@@ -1,0 +1,456 @@
+// The agent's side of the service link in this process: the desktop-switch threads against a
+// loopback peer, and how the connection thread gives up (event log, service states, port query).
+// The records of the running link are driven end to end against the built agent elsewhere.
+#include "ConnectionInfo.h"
+#include "DesktopSwitchWatcher.h"
+#include "KVNXST.h"
+#include "KVNXSTWindow.h"
+#include "KvSocket.h"
+#include "KvSystemApi.h"
+#include "UtilLog.h"
+#include "resource.h"
+
+#include "test_logging_support.h"
+
+#include <gtest/gtest.h>
+
+#include <process.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using kvtest::ModuleFolder;
+
+namespace
+{
+
+const bool g_bWinsock = []
+{
+    WSADATA data;
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+}();
+
+// --- The tray window, without its own start: its threads are started by the tests.
+
+struct TrayWindow
+{
+    explicit TrayWindow(unsigned int uiPort)
+    {
+        g_hInstance = GetModuleHandleW(nullptr);
+        g_hResInstance = LoadResourceLibraryFrom(ModuleFolder().c_str(), nullptr);
+        window = std::make_unique<CTaskBarWindow>(uiPort);
+        MSG msg;
+        while (PeekMessageW(&msg, window->m_hWnd, WM_KV_START, WM_KV_START, PM_REMOVE))
+        {
+        }
+        window->m_pSocket = new CKvSocket();
+    }
+    ~TrayWindow()
+    {
+        if (IsWindow(window->m_hWnd))
+            DestroyWindow(window->m_hWnd);
+        window.reset();
+        MSG msg;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+        {
+        }
+        FreeLibrary(g_hResInstance);
+        g_hResInstance = nullptr;
+    }
+    // Whether the window's queue holds uMsg (taken out), waiting up to dwMs.
+    bool Posted(UINT uMsg, DWORD dwMs = 0) const
+    {
+        MSG msg;
+        for (DWORD dwStart = GetTickCount();; Sleep(20))
+        {
+            if (PeekMessageW(&msg, window->m_hWnd, uMsg, uMsg, PM_REMOVE))
+                return true;
+            if (GetTickCount() - dwStart >= dwMs)
+                return false;
+        }
+    }
+    // The ids of the timers that fired within dwMs (the timers are not killed).
+    std::vector<UINT_PTR> Timers(DWORD dwMs) const
+    {
+        std::vector<UINT_PTR> ids;
+        MSG msg;
+        for (DWORD dwStart = GetTickCount(); GetTickCount() - dwStart < dwMs; Sleep(20))
+            while (PeekMessageW(&msg, window->m_hWnd, WM_TIMER, WM_TIMER, PM_REMOVE))
+                if (std::find(ids.begin(), ids.end(), msg.wParam) == ids.end())
+                    ids.push_back(msg.wParam);
+        std::sort(ids.begin(), ids.end());
+        return ids;
+    }
+
+    std::unique_ptr<CTaskBarWindow> window;
+};
+
+HANDLE StartThread(unsigned(__stdcall* pfn)(void*), void* pArg)
+{
+    return reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, pfn, pArg, 0, nullptr));
+}
+
+// --- Loopback peers standing in for the service.
+
+struct Listener
+{
+    explicit Listener(unsigned short uPort = 0) : h(socket(AF_INET, SOCK_STREAM, 0))
+    {
+        sockaddr_in addr = {};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        addr.sin_port = htons(uPort);
+        int cb = sizeof addr;
+        bBound = bind(h, reinterpret_cast<sockaddr*>(&addr), cb) == 0 && listen(h, 1) == 0;
+        getsockname(h, reinterpret_cast<sockaddr*>(&addr), &cb);
+        port = ntohs(addr.sin_port);
+    }
+    ~Listener()
+    {
+        closesocket(hConn);
+        closesocket(h);
+    }
+    // Accepts the one connection, giving up after dwMs.
+    bool Accept(DWORD dwMs)
+    {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(h, &set);
+        timeval tv = {static_cast<long>(dwMs / 1000), static_cast<long>(dwMs % 1000 * 1000)};
+        if (select(0, &set, nullptr, nullptr, &tv) != 1)
+            return false;
+        hConn = accept(h, nullptr, nullptr);
+        return hConn != INVALID_SOCKET;
+    }
+    // Up to nWords words of what arrives within dwMs; fewer when the time or the stream ends.
+    std::vector<std::uint32_t> Words(int nWords, DWORD dwMs)
+    {
+        const DWORD dwTimeout = dwMs;
+        setsockopt(hConn, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&dwTimeout),
+                   sizeof dwTimeout);
+        std::vector<std::uint32_t> words(static_cast<size_t>(nWords));
+        int cbHave = 0;
+        const int cbWant = nWords * 4;
+        while (cbHave < cbWant)
+        {
+            const int n = recv(hConn, reinterpret_cast<char*>(words.data()) + cbHave, cbWant - cbHave, 0);
+            if (n <= 0)
+                break;
+            cbHave += n;
+        }
+        words.resize(static_cast<size_t>(cbHave / 4));
+        return words;
+    }
+
+    SOCKET h, hConn = INVALID_SOCKET;
+    unsigned short port = 0;
+    bool bBound = false;
+};
+
+// A port on which nobody listens: connecting is refused at once.
+unsigned short ClosedPort()
+{
+    return Listener().port;
+}
+
+// --- The desktop-switch threads.
+
+std::atomic<const wchar_t*> g_szInputDesktop{L"Default"};
+
+BOOL FakeInputDesktopName(wchar_t* szName, DWORD cchName)
+{
+    wcsncpy(szName, g_szInputDesktop.load(), cchName);
+    szName[cchName - 1] = L'\0';
+    return TRUE;
+}
+
+class DesktopWatcher : public ::testing::Test
+{
+protected:
+    DesktopWatcher()
+    {
+        m_api.pfnGetInputDesktopName = FakeInputDesktopName;
+        g_szInputDesktop = L"Default";
+        wcscpy(g_szDesktopName, L"Agent"); // another desktop than the input one: state 7
+    }
+
+    void SetUp() override
+    {
+        g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        CTaskBarWindow& w = *m_tray.window;
+        ASSERT_EQ(1, w.m_pSocket->Connect(L"127.0.0.1", m_service.port, SOCK_STREAM, 0));
+        ASSERT_TRUE(m_service.Accept(5000));
+        w.m_hSessionEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        w.m_hConnectionThread = m_hConnection;
+        m_hThreads[0] = StartThread(DesktopChangeThread, &w);
+        m_hThreads[1] = StartThread(DesktopHaveChangedThread, &w);
+    }
+
+    void TearDown() override
+    {
+        SetEvent(g_hStopEvent);
+        EXPECT_TRUE(Ended());
+        for (HANDLE h : m_hThreads)
+            CloseHandle(h);
+        SetEvent(m_hConnection); // the window's end waits for it; it goes with the window
+        CloseHandle(m_hSwitch);
+    }
+
+    ~DesktopWatcher() override
+    {
+        CloseHandle(g_hStopEvent);
+        g_hStopEvent = nullptr;
+    }
+
+    bool Ended() { return WaitForMultipleObjects(2, m_hThreads, TRUE, 5000) == WAIT_OBJECT_0; }
+
+    static std::vector<std::uint32_t> State(std::uint32_t dwState) { return {50007, dwState}; }
+
+    KvSystemApi m_api = KvDefaultSystemApi();
+    KvScopedSystemApi m_scoped{m_api};
+    // Wine has no desktop-switch event: the test's own takes its name.
+    HANDLE m_hSwitch = CreateEventW(nullptr, FALSE, FALSE, L"WinSta0_DesktopSwitch");
+    HANDLE m_hConnection = CreateEventW(nullptr, TRUE, FALSE, nullptr); // the connection thread, running
+    TrayWindow m_tray{0};
+    Listener m_service;
+    HANDLE m_hThreads[2] = {};
+};
+
+TEST_F(DesktopWatcher, ReportsAfterTheHandshakeAndOnEverySwitchWhileTheLinkLives)
+{
+    CTaskBarWindow& w = *m_tray.window;
+    EXPECT_TRUE(m_service.Words(2, 300).empty()) << "nothing before the handshake";
+    SetEvent(w.m_hSessionEvent);
+    EXPECT_EQ(State(7), m_service.Words(2, 5000));
+    EXPECT_TRUE(m_service.Words(2, 500).empty()) << "one report per handshake";
+
+    // The screen saver takes the desktop; nobody watches, so no notice follows.
+    g_szInputDesktop = L"Screen-saver";
+    SetEvent(m_hSwitch);
+    EXPECT_EQ(State(8), m_service.Words(2, 5000));
+    EXPECT_TRUE(m_tray.Timers(600).empty());
+
+    // With a viewer on, the notice and the icon are brought back soon.
+    w.m_nConnections = 1;
+    SetEvent(m_hSwitch);
+    EXPECT_EQ(State(8), m_service.Words(2, 5000));
+    EXPECT_EQ((std::vector<UINT_PTR>{KV_TIMER_NOTIFY_CONNECT, KV_TIMER_TRAY_RETRY}), m_tray.Timers(1000));
+    KillTimer(w.m_hWnd, KV_TIMER_NOTIFY_CONNECT);
+    KillTimer(w.m_hWnd, KV_TIMER_TRAY_RETRY);
+
+    g_szInputDesktop = L"Default";
+    SetEvent(m_hSwitch);
+    EXPECT_EQ(State(7), m_service.Words(2, 5000));
+
+    // Both threads end with the connection thread.
+    SetEvent(m_hConnection);
+    EXPECT_TRUE(Ended());
+}
+
+TEST_F(DesktopWatcher, StopBeforeTheHandshakeEndsBothWithoutAWord)
+{
+    SetEvent(m_hSwitch);
+    SetEvent(g_hStopEvent);
+    EXPECT_TRUE(Ended());
+    m_tray.window->m_pSocket->Close();
+    EXPECT_TRUE(m_service.Words(1, 5000).empty()) << "the link closed with nothing sent";
+}
+
+// --- How the connection thread starts and gives up.
+
+std::vector<std::pair<WORD, std::wstring>> g_events;
+
+HANDLE WINAPI FakeRegister(LPCWSTR, LPCWSTR)
+{
+    return reinterpret_cast<HANDLE>(1);
+}
+
+BOOL WINAPI FakeReport(HANDLE, WORD wType, WORD, DWORD, PSID, WORD wCount, DWORD, LPCWSTR* strings, LPVOID)
+{
+    g_events.emplace_back(wType, wCount > 0 && strings[0] != nullptr ? strings[0] : L"");
+    return TRUE;
+}
+
+const KvEventLogApi kFakeEventLog = {FakeRegister, FakeReport};
+
+std::wstring ResourceText(UINT uId)
+{
+    const wchar_t* p = nullptr;
+    const int cch = LoadStringW(g_hResInstance, uId, reinterpret_cast<LPWSTR>(&p), 0);
+    return cch > 0 ? std::wstring(p, static_cast<size_t>(cch)) : std::wstring();
+}
+
+class ConnectionStart : public ::testing::Test
+{
+protected:
+    ConnectionStart() { KvSetEventLogApi(&kFakeEventLog); }
+    ~ConnectionStart() override
+    {
+        KvSetEventLogApi(nullptr);
+        g_events.clear();
+        Remove();
+        CloseServiceHandle(m_hManager);
+    }
+
+    // Runs the connection thread to its end; false when it outlived dwMs.
+    bool RunToEnd(TrayWindow& tray, DWORD dwMs = 30000)
+    {
+        HANDLE hThread = StartThread(ConnectionInfo, tray.window.get());
+        const bool bEnded = WaitForSingleObject(hThread, dwMs) == WAIT_OBJECT_0;
+        CloseHandle(hThread);
+        return bEnded;
+    }
+
+    // The stand-in service "kvnxsv": 0 absent, 1 installed, 2 running.
+    void ArrangeService(int nState)
+    {
+        Remove();
+        if (nState == 0)
+            return;
+        const std::wstring command = L"\"" + ModuleFolder() + L"kvnxst_fake_service.exe\"";
+        SC_HANDLE h = CreateServiceW(m_hManager, L"kvnxsv", L"kvnxsv stand-in", SERVICE_ALL_ACCESS,
+                                     SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
+                                     command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
+        ASSERT_NE(nullptr, h) << GetLastError();
+        if (nState == 2)
+        {
+            ASSERT_TRUE(StartServiceW(h, 0, nullptr)) << GetLastError();
+            ASSERT_TRUE(WaitState(h, SERVICE_RUNNING));
+        }
+        CloseServiceHandle(h);
+    }
+
+    static bool WaitState(SC_HANDLE h, DWORD dwState)
+    {
+        SERVICE_STATUS status = {};
+        for (int i = 0; i < 100 && QueryServiceStatus(h, &status) && status.dwCurrentState != dwState; ++i)
+            Sleep(100);
+        return status.dwCurrentState == dwState;
+    }
+
+    void Remove()
+    {
+        SC_HANDLE h = OpenServiceW(m_hManager, L"kvnxsv", SERVICE_ALL_ACCESS);
+        if (h == nullptr)
+            return;
+        SERVICE_STATUS status = {};
+        ControlService(h, SERVICE_CONTROL_STOP, &status);
+        WaitState(h, SERVICE_STOPPED);
+        DeleteService(h);
+        CloseServiceHandle(h);
+    }
+
+    const SC_HANDLE m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+};
+
+// Nobody on the port and no answer to the port query: one event says why, and the agent closes.
+TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
+{
+    const struct
+    {
+        const char* name;
+        int nServiceState;
+        WORD wType;
+        UINT uString;
+        const wchar_t* szDetail; // follows the string
+    } cases[] = {
+        {"not installed", 0, EVENTLOG_INFORMATION_TYPE, IDS_EVENT_SERVICE_NOT_INSTALLED, L""},
+        {"installed, stopped", 1, EVENTLOG_INFORMATION_TYPE, IDS_EVENT_SERVICE_NOT_RUNNING, L""},
+        // Running but not listening: the refusal's own code and text.
+        {"running", 2, EVENTLOG_ERROR_TYPE, IDS_EVENT_CONNECT_FAILED, L"\r\n"},
+    };
+    for (const auto& c : cases)
+    {
+        ArrangeService(c.nServiceState);
+        g_events.clear();
+        TrayWindow tray(ClosedPort());
+        const DWORD dwStart = GetTickCount();
+        ASSERT_TRUE(RunToEnd(tray)) << c.name;
+        EXPECT_GE(GetTickCount() - dwStart, 2900u) << c.name << ": a second attempt three seconds later";
+        EXPECT_TRUE(tray.Posted(WM_KV_QUIT)) << c.name;
+        ASSERT_EQ(1u, g_events.size()) << c.name;
+        EXPECT_EQ(c.wType, g_events[0].first) << c.name;
+        const std::wstring text = ResourceText(c.uString);
+        ASSERT_FALSE(text.empty());
+        const std::wstring& event = g_events[0].second;
+        EXPECT_NE(std::wstring::npos, event.find(text + c.szDetail))
+            << c.name << ": " << kvtest::Narrow(event);
+        if (c.wType == EVENTLOG_ERROR_TYPE)
+        {
+            EXPECT_NE(std::wstring::npos, event.find(L"System Error: 10061\r\n")) << kvtest::Narrow(event);
+        }
+    }
+}
+
+// Port 0 means the default port, which the window then keeps.
+TEST_F(ConnectionStart, PortZeroIsTheDefaultPort)
+{
+    Listener service(6129);
+    ASSERT_TRUE(service.bBound) << "port 6129 is taken";
+    TrayWindow tray(0);
+    HANDLE hThread = StartThread(ConnectionInfo, tray.window.get());
+    EXPECT_TRUE(service.Accept(10000));
+    EXPECT_EQ(6129u, tray.window->m_uiPort.load());
+    closesocket(service.hConn); // the service goes away: the agent closes, with nothing logged
+    service.hConn = INVALID_SOCKET;
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hThread, 10000));
+    CloseHandle(hThread);
+    EXPECT_TRUE(tray.Posted(WM_KV_QUIT));
+    EXPECT_TRUE(g_events.empty());
+}
+
+// The service listens elsewhere and says so when asked over UDP.
+TEST_F(ConnectionStart, PortQueryLeadsToTheAnnouncedPort)
+{
+    Listener service;
+    // Dual stack: "localhost" may name either loopback address first.
+    SOCKET hUdp = socket(AF_INET6, SOCK_DGRAM, 0);
+    const DWORD dwV6Only = 0;
+    setsockopt(hUdp, IPPROTO_IPV6, IPV6_V6ONLY, reinterpret_cast<const char*>(&dwV6Only), sizeof dwV6Only);
+    sockaddr_in6 any = {};
+    any.sin6_family = AF_INET6;
+    any.sin6_port = htons(6129);
+    ASSERT_EQ(0, bind(hUdp, reinterpret_cast<sockaddr*>(&any), sizeof any)) << "UDP port 6129 is taken";
+    std::vector<std::vector<std::uint32_t>> queries;
+    std::thread answer(
+        [&]
+        {
+            sockaddr_in6 from = {};
+            for (int i = 0; i < 2; ++i)
+            {
+                std::vector<std::uint32_t> words(32);
+                int cbFrom = sizeof from;
+                const int n = recvfrom(hUdp, reinterpret_cast<char*>(words.data()), 128, 0,
+                                       reinterpret_cast<sockaddr*>(&from), &cbFrom);
+                words.resize(n > 0 ? static_cast<size_t>(n) / 4 : 0);
+                queries.push_back(words);
+            }
+            std::uint32_t reply[20] = {703, 0, service.port};
+            sendto(hUdp, reinterpret_cast<const char*>(reply), sizeof reply, 0,
+                   reinterpret_cast<sockaddr*>(&from), sizeof from);
+        });
+
+    TrayWindow tray(ClosedPort());
+    HANDLE hThread = StartThread(ConnectionInfo, tray.window.get());
+    EXPECT_TRUE(service.Accept(15000));
+    answer.join();
+    closesocket(hUdp);
+    EXPECT_EQ(service.port, tray.window->m_uiPort.load());
+    ASSERT_EQ(2u, queries.size());
+    EXPECT_EQ((std::vector<std::uint32_t>{701, 703, 0}), queries[0]);
+    std::vector<std::uint32_t> body(20, 0);
+    body[0] = 703;
+    EXPECT_EQ(body, queries[1]);
+
+    tray.window->m_pSocket->Close();
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hThread, 10000));
+    CloseHandle(hThread);
+    EXPECT_TRUE(g_events.empty());
+}
+
+} // namespace
