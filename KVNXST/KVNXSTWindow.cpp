@@ -151,6 +151,10 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
             ShowWindow(m_hWnd, SW_HIDE);
         else
             LOG4CXX_ERROR(logger, L"CreateWindowExW failed. Error = " << GetLastError());
+        // The icon's identity holds from the start: the tray callback is checked against it.
+        m_nid.cbSize = KV_NOTIFYICONDATA_V2_SIZE;
+        m_nid.hWnd = m_hWnd;
+        m_nid.uID = m_uTrayIconId;
 
         m_hIconConnected = LoadTrayIcon(IDI_TRAY_CONNECTED);
         m_hIconIdle = LoadTrayIcon(IDI_TRAY_IDLE);

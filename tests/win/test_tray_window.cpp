@@ -1,0 +1,144 @@
+// The tray window object in this process: its tray menu read back from the open menu itself.
+#include "test_logging_support.h"
+
+#include "KVNXST.h"
+#include "KVNXSTWindow.h"
+#include "resource.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+
+using namespace kvtest;
+
+namespace
+{
+
+constexpr UINT kMenuItems[] = {IDM_INVITATIONS, IDM_DISCONNECT,  IDM_CONNECT_TO_CLIENT, IDM_EXIT,
+                               IDM_SETTINGS,    IDM_ABOUT,       IDM_NOTIFY_ALL,        IDM_JOIN_INTERNET_SESSION,
+                               IDM_LANGUAGE_EN, IDM_LANGUAGE_FR, IDM_LANGUAGE_DE};
+
+// Item states of the menu open at the time the timer fires; the menu is closed again.
+std::map<UINT, UINT> g_menuStates;
+
+void CALLBACK ReadOpenMenu(HWND, UINT, UINT_PTR uTimer, DWORD)
+{
+    HWND hMenuWindow = FindWindowW(L"#32768", nullptr);
+    if (hMenuWindow == nullptr || !IsWindowVisible(hMenuWindow))
+        return;
+    KillTimer(nullptr, uTimer);
+    auto hMenu = reinterpret_cast<HMENU>(SendMessageW(hMenuWindow, MN_GETHMENU, 0, 0));
+    for (UINT uId : kMenuItems)
+        g_menuStates[uId] = GetMenuState(hMenu, uId, MF_BYCOMMAND);
+    EndMenu();
+}
+
+class TrayWindow : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        g_hInstance = GetModuleHandleW(nullptr);
+        g_hResInstance = LoadResourceLibraryFrom(ModuleFolder().c_str(), nullptr);
+        ASSERT_NE(nullptr, g_hResInstance);
+        m_window = std::make_unique<CTaskBarWindow>(1);
+        ASSERT_NE(nullptr, m_window->m_hWnd);
+        // The window stays without its threads and its link: its start message is taken away.
+        MSG msg;
+        while (PeekMessageW(&msg, m_window->m_hWnd, WM_KV_START, WM_KV_START, PM_REMOVE))
+        {
+        }
+    }
+    void TearDown() override
+    {
+        if (m_window && IsWindow(m_window->m_hWnd))
+            DestroyWindow(m_window->m_hWnd);
+        m_window.reset();
+        MSG msg;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+        {
+        }
+        FreeLibrary(g_hResInstance);
+        g_hResInstance = nullptr;
+    }
+
+    // Opens the tray menu as the shell's callback does and returns each item's state.
+    std::map<UINT, UINT> OpenMenu(UINT uMouseMessage = WM_RBUTTONUP)
+    {
+        g_menuStates.clear();
+        const UINT_PTR uTimer = SetTimer(nullptr, 0, 50, ReadOpenMenu);
+        SendMessageW(m_window->m_hWnd, WM_KV_TRAY_CALLBACK, KV_TRAY_ICON_ID, uMouseMessage);
+        KillTimer(nullptr, uTimer);
+        return g_menuStates;
+    }
+
+    std::unique_ptr<CTaskBarWindow> m_window;
+};
+
+std::string Greyed(const std::map<UINT, UINT>& states)
+{
+    std::string out;
+    for (const auto& [uId, uState] : states)
+        if (uState & MF_GRAYED)
+            out += std::to_string(uId) + " ";
+    return out;
+}
+
+std::string Checked(const std::map<UINT, UINT>& states)
+{
+    std::string out;
+    for (const auto& [uId, uState] : states)
+        if (uState & MF_CHECKED)
+            out += std::to_string(uId) + " ";
+    return out;
+}
+
+} // namespace
+
+TEST_F(TrayWindow, MenuGreysWhatTheSettingsAndTheSessionDoNotAllow)
+{
+    CTaskBarWindow& w = *m_window;
+    const struct
+    {
+        const char* szCase;
+        int nConnections;
+        std::uint32_t bAllowInvitations, uOptions, bAllowConnectToClient, bLockSettingsB, bAllowDisconnect;
+        int bReverseConnectActive;
+        const wchar_t* szLanguage;
+        const char* szGreyed; // ascending ids
+        const char* szChecked;
+    } cases[] = {
+        {"defaults, nobody connected", 0, 0, 0, 0, 0, 1, 0, L"en", "40002 40005 40006 ", "1044 "},
+        {"viewers connected, settings locked", 2, 1, 0x10, 1, 1, 1, 0, L"fr", "40006 40007 40011 ", "1045 "},
+        {"outgoing connection under way, invitations off by option", 0, 1, 0, 1, 0, 1, 1, L"DE",
+         "40002 40005 40006 40011 ", "1046 "},
+        {"connected but disconnect not allowed", 1, 1, 0x10, 0, 0, 0, 0, L"xx", "40005 40006 40011 ", ""},
+    };
+    for (const auto& c : cases)
+    {
+        w.m_nConnections = c.nConnections;
+        w.m_bAllowInvitations = c.bAllowInvitations;
+        w.m_uOptions = c.uOptions;
+        w.m_bAllowConnectToClient = c.bAllowConnectToClient;
+        w.m_bLockSettingsB = c.bLockSettingsB;
+        w.m_bAllowDisconnect = c.bAllowDisconnect;
+        w.m_bReverseConnectActive = c.bReverseConnectActive;
+        wcsncpy(w.m_szLanguage, c.szLanguage, 2);
+        const std::map<UINT, UINT> states = OpenMenu();
+        ASSERT_EQ(std::size(kMenuItems), states.size()) << c.szCase << ": the menu did not open";
+        EXPECT_EQ(c.szGreyed, Greyed(states)) << c.szCase;
+        EXPECT_EQ(c.szChecked, Checked(states)) << c.szCase;
+    }
+}
+
+TEST_F(TrayWindow, OnlyTheMenuMouseMessagesOfItsOwnIconOpenTheMenu)
+{
+    EXPECT_FALSE(OpenMenu(WM_LBUTTONDOWN).empty());
+    EXPECT_FALSE(OpenMenu(WM_CONTEXTMENU).empty());
+    EXPECT_TRUE(OpenMenu(WM_MOUSEMOVE).empty());
+    EXPECT_TRUE(OpenMenu(WM_LBUTTONDBLCLK).empty());
+    g_menuStates.clear();
+    SendMessageW(m_window->m_hWnd, WM_KV_TRAY_CALLBACK, KV_TRAY_ICON_ID + 1, WM_RBUTTONUP);
+    EXPECT_TRUE(g_menuStates.empty());
+}
