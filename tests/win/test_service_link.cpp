@@ -1,6 +1,6 @@
 // The agent's side of the service link in this process: the desktop-switch threads against a
-// loopback peer, and how the connection thread gives up (event log, service states, port query).
-// The records of the running link are driven end to end against the built agent elsewhere.
+// loopback peer, and how the connection thread gives up (event log, service states). The ports and
+// the records of the running link are driven end to end against the built agent elsewhere.
 #include "ConnectionInfo.h"
 #include "DesktopSwitchWatcher.h"
 #include "KVNXST.h"
@@ -21,7 +21,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 using kvtest::ModuleFolder;
@@ -99,14 +99,14 @@ HANDLE StartThread(unsigned(__stdcall* pfn)(void*), void* pArg)
 
 struct Listener
 {
-    explicit Listener(unsigned short uPort = 0) : h(socket(AF_INET, SOCK_STREAM, 0))
+    Listener() : h(socket(AF_INET, SOCK_STREAM, 0))
     {
         sockaddr_in addr = {};
         addr.sin_family = AF_INET;
         addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        addr.sin_port = htons(uPort);
         int cb = sizeof addr;
-        bBound = bind(h, reinterpret_cast<sockaddr*>(&addr), cb) == 0 && listen(h, 1) == 0;
+        bind(h, reinterpret_cast<sockaddr*>(&addr), cb);
+        listen(h, 1);
         getsockname(h, reinterpret_cast<sockaddr*>(&addr), &cb);
         port = ntohs(addr.sin_port);
     }
@@ -149,7 +149,6 @@ struct Listener
 
     SOCKET h, hConn = INVALID_SOCKET;
     unsigned short port = 0;
-    bool bBound = false;
 };
 
 // A port on which nobody listens: connecting is refused at once.
@@ -385,72 +384,6 @@ TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
             EXPECT_NE(std::wstring::npos, event.find(L"System Error: 10061\r\n")) << kvtest::Narrow(event);
         }
     }
-}
-
-// Port 0 means the default port, which the window then keeps.
-TEST_F(ConnectionStart, PortZeroIsTheDefaultPort)
-{
-    Listener service(6129);
-    ASSERT_TRUE(service.bBound) << "port 6129 is taken";
-    TrayWindow tray(0);
-    HANDLE hThread = StartThread(ConnectionInfo, tray.window.get());
-    EXPECT_TRUE(service.Accept(10000));
-    EXPECT_EQ(6129u, tray.window->m_uiPort.load());
-    closesocket(service.hConn); // the service goes away: the agent closes, with nothing logged
-    service.hConn = INVALID_SOCKET;
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hThread, 10000));
-    CloseHandle(hThread);
-    EXPECT_TRUE(tray.Posted(WM_KV_QUIT));
-    EXPECT_TRUE(g_events.empty());
-}
-
-// The service listens elsewhere and says so when asked over UDP.
-TEST_F(ConnectionStart, PortQueryLeadsToTheAnnouncedPort)
-{
-    Listener service;
-    // Dual stack: "localhost" may name either loopback address first.
-    SOCKET hUdp = socket(AF_INET6, SOCK_DGRAM, 0);
-    const DWORD dwV6Only = 0;
-    setsockopt(hUdp, IPPROTO_IPV6, IPV6_V6ONLY, reinterpret_cast<const char*>(&dwV6Only), sizeof dwV6Only);
-    sockaddr_in6 any = {};
-    any.sin6_family = AF_INET6;
-    any.sin6_port = htons(6129);
-    ASSERT_EQ(0, bind(hUdp, reinterpret_cast<sockaddr*>(&any), sizeof any)) << "UDP port 6129 is taken";
-    std::vector<std::vector<std::uint32_t>> queries;
-    std::thread answer(
-        [&]
-        {
-            sockaddr_in6 from = {};
-            for (int i = 0; i < 2; ++i)
-            {
-                std::vector<std::uint32_t> words(32);
-                int cbFrom = sizeof from;
-                const int n = recvfrom(hUdp, reinterpret_cast<char*>(words.data()), 128, 0,
-                                       reinterpret_cast<sockaddr*>(&from), &cbFrom);
-                words.resize(n > 0 ? static_cast<size_t>(n) / 4 : 0);
-                queries.push_back(words);
-            }
-            std::uint32_t reply[20] = {703, 0, service.port};
-            sendto(hUdp, reinterpret_cast<const char*>(reply), sizeof reply, 0,
-                   reinterpret_cast<sockaddr*>(&from), sizeof from);
-        });
-
-    TrayWindow tray(ClosedPort());
-    HANDLE hThread = StartThread(ConnectionInfo, tray.window.get());
-    EXPECT_TRUE(service.Accept(15000));
-    answer.join();
-    closesocket(hUdp);
-    EXPECT_EQ(service.port, tray.window->m_uiPort.load());
-    ASSERT_EQ(2u, queries.size());
-    EXPECT_EQ((std::vector<std::uint32_t>{701, 703, 0}), queries[0]);
-    std::vector<std::uint32_t> body(20, 0);
-    body[0] = 703;
-    EXPECT_EQ(body, queries[1]);
-
-    tray.window->m_pSocket->Close();
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hThread, 10000));
-    CloseHandle(hThread);
-    EXPECT_TRUE(g_events.empty());
 }
 
 } // namespace
