@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvtest
@@ -86,7 +87,13 @@ public:
     }
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
-    AgentProcess& operator=(AgentProcess&&) = delete;
+    // The agent held before goes with the other object.
+    AgentProcess& operator=(AgentProcess&& other) noexcept
+    {
+        std::swap(m_hProcess, other.m_hProcess);
+        std::swap(m_dwId, other.m_dwId);
+        return *this;
+    }
 
     bool Started() const { return m_hProcess != nullptr; }
     DWORD Id() const { return m_dwId; }
