@@ -20,12 +20,12 @@ constexpr wchar_t KV_BALLOON_TITLE[] = L"Kestrova Vexa Remote Control";
 constexpr UINT KV_BALLOON_FLAGS = NIF_INFO | NIF_REALTIME;
 
 // Record sizes the shell accepts for this build's layout. The shell checks the size against its
-// own list and treats any other as the oldest record, without balloons; the 32-bit numbers (952
-// and 168) are not on that list in a 64-bit process.
+// own list and treats any other as the oldest record, without balloons; a fixed number such as 952
+// fits one layout only and is not on that list in a 64-bit process.
 constexpr DWORD KV_NID_SIZE_BALLOONS = NOTIFYICONDATAW_V2_SIZE;
 constexpr DWORD KV_NID_SIZE_PLAIN = NOTIFYICONDATAW_V1_SIZE;
 
-// Copies at most cchDest - 1 units and terminates; a null source gives the empty string.
+// Copies at most N - 1 units and terminates; a null source gives the empty string.
 template <size_t N> void CopyBounded(wchar_t (&dest)[N], const wchar_t* src)
 {
     size_t n = 0;
@@ -36,14 +36,6 @@ template <size_t N> void CopyBounded(wchar_t (&dest)[N], const wchar_t* src)
             ++n;
         }
     dest[n] = L'\0';
-}
-
-void ClearBalloonFields(NOTIFYICONDATAW& nid)
-{
-    nid.szInfo[0] = L'\0';
-    nid.szInfoTitle[0] = L'\0';
-    nid.dwInfoFlags = 0;
-    nid.uTimeout = 0;
 }
 
 // The balloon of a service reconfiguration, by state: 0 the service starts reconfiguring (warning:
@@ -82,19 +74,20 @@ int CTaskBarWindow::SendTrayMsg(DWORD dwMessage, int bActive)
         m_nShellNotReady = 0;
     }
 
+    // Built whole on the stack: the connection thread and the window's thread both come here, and
+    // neither may send a record the other is half-way through. m_nid keeps the last one.
+    NOTIFYICONDATAW nid = {};
     size_t cchTip = KV_TOOLTIP_UNITS_PLAIN;
+    nid.cbSize = KV_NID_SIZE_PLAIN;
     if (m_bShellBalloons)
     {
-        m_nid.cbSize = KV_NID_SIZE_BALLOONS;
+        nid.cbSize = KV_NID_SIZE_BALLOONS;
         cchTip = KV_TOOLTIP_UNITS_BALLOONS;
-        ClearBalloonFields(m_nid);
     }
-    else
-        m_nid.cbSize = KV_NID_SIZE_PLAIN;
-    m_nid.hWnd = m_hWnd;
-    m_nid.uID = m_uTrayIconId;
-    m_nid.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
-    m_nid.uCallbackMessage = WM_KV_TRAY_CALLBACK;
+    nid.hWnd = m_hWnd;
+    nid.uID = m_uTrayIconId;
+    nid.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
+    nid.uCallbackMessage = WM_KV_TRAY_CALLBACK;
 
     HICON hIcon = nullptr;
     switch (KvTrayIconResource(bActive != 0, m_uTrayIconSelector, m_Settings.bCustomIdleIcon != 0))
@@ -112,7 +105,7 @@ int CTaskBarWindow::SendTrayMsg(DWORD dwMessage, int bActive)
         hIcon = m_hIconIdle;
         break;
     }
-    m_nid.hIcon = hIcon != nullptr ? hIcon : m_hIconIdle;
+    nid.hIcon = hIcon != nullptr ? hIcon : m_hIconIdle;
 
     const bool bOneTime = g_bOneTimeSession != 0;
     const bool bNote = m_Settings.bTooltipNote != 0;
@@ -124,9 +117,10 @@ int CTaskBarWindow::SendTrayMsg(DWORD dwMessage, int bActive)
         LoadStringW(g_hResInstance, IDS_SERVICE_FLAG_NOTE, szNote, 260);
     wchar_t szCaption[261] = {}; // the settings' caption need not be terminated
     std::wmemcpy(szCaption, KvWide(m_Settings.szCaption), 260);
-    KvComposeTrayTooltip<wchar_t>(m_nid.szTip, cchTip, bOneTime, szOneTime, bNote, szNote, szCaption);
+    KvComposeTrayTooltip<wchar_t>(nid.szTip, cchTip, bOneTime, szOneTime, bNote, szNote, szCaption);
 
-    return Shell_NotifyIconW(dwMessage, &m_nid) ? 1 : 0;
+    m_nid = nid;
+    return Shell_NotifyIconW(dwMessage, &nid) ? 1 : 0;
 }
 
 int CTaskBarWindow::AddTrayIcon()
@@ -195,15 +189,17 @@ int CTaskBarWindow::ShowTrayBalloonMsg(const wchar_t* szText)
     if (!m_bShellBalloons)
         return 0;
 
-    m_nid.cbSize = KV_NID_SIZE_BALLOONS;
-    m_nid.hWnd = m_hWnd;
-    m_nid.uID = m_uTrayIconId;
-    m_nid.uFlags = KV_BALLOON_FLAGS;
-    m_nid.dwInfoFlags = NIIF_INFO;
-    CopyBounded(m_nid.szInfoTitle, KV_BALLOON_TITLE);
-    CopyBounded(m_nid.szInfo, szText);
-    m_nid.uTimeout = 0;
-    return Shell_NotifyIconW(NIM_MODIFY, &m_nid) ? 1 : 0;
+    NOTIFYICONDATAW nid = {};
+    nid.cbSize = KV_NID_SIZE_BALLOONS;
+    nid.hWnd = m_hWnd;
+    nid.uID = m_uTrayIconId;
+    nid.uFlags = KV_BALLOON_FLAGS;
+    nid.dwInfoFlags = NIIF_INFO;
+    CopyBounded(nid.szInfoTitle, KV_BALLOON_TITLE);
+    CopyBounded(nid.szInfo, szText);
+    nid.uTimeout = 0;
+    m_nid = nid;
+    return Shell_NotifyIconW(NIM_MODIFY, &nid) ? 1 : 0;
 }
 
 int CTaskBarWindow::SendTrayMsgServerReconfiguring(DWORD dwState, const wchar_t* szText)
@@ -217,23 +213,24 @@ int CTaskBarWindow::SendTrayMsgServerReconfiguring(DWORD dwState, const wchar_t*
         std::wcsncpy(szBounded, szText, 260);
 
     // The tooltip says it while the service works; its next settings put the caption back.
+    NOTIFYICONDATAW nid = {};
     size_t cchTip = KV_TOOLTIP_UNITS_PLAIN;
-    m_nid.cbSize = KV_NID_SIZE_PLAIN;
-    m_nid.uFlags = NIF_TIP;
+    nid.cbSize = KV_NID_SIZE_PLAIN;
+    nid.uFlags = NIF_TIP;
     if (m_bShellBalloons)
     {
         cchTip = KV_TOOLTIP_UNITS_BALLOONS;
-        m_nid.cbSize = KV_NID_SIZE_BALLOONS;
-        m_nid.uFlags |= KV_BALLOON_FLAGS;
-        m_nid.dwInfoFlags = ReconfigureBalloonIcon(dwState);
-        CopyBounded(m_nid.szInfoTitle, KV_BALLOON_TITLE);
-        CopyBounded(m_nid.szInfo, szBounded);
-        m_nid.uTimeout = 0;
+        nid.cbSize = KV_NID_SIZE_BALLOONS;
+        nid.uFlags |= KV_BALLOON_FLAGS;
+        nid.dwInfoFlags = ReconfigureBalloonIcon(dwState);
+        CopyBounded(nid.szInfoTitle, KV_BALLOON_TITLE);
+        CopyBounded(nid.szInfo, szBounded);
     }
-    m_nid.hWnd = m_hWnd;
-    m_nid.uID = m_uTrayIconId;
-    KvComposeTrayTooltip<wchar_t>(m_nid.szTip, cchTip, false, nullptr, false, nullptr, szBounded);
-    return Shell_NotifyIconW(NIM_MODIFY, &m_nid) ? 1 : 0;
+    nid.hWnd = m_hWnd;
+    nid.uID = m_uTrayIconId;
+    KvComposeTrayTooltip<wchar_t>(nid.szTip, cchTip, false, nullptr, false, nullptr, szBounded);
+    m_nid = nid;
+    return Shell_NotifyIconW(NIM_MODIFY, &nid) ? 1 : 0;
 }
 
 void CTaskBarWindow::NotifyConnect()
