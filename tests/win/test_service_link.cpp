@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <cwchar>
 #include <memory>
 #include <string>
 #include <utility>
@@ -163,8 +164,9 @@ std::atomic<const wchar_t*> g_szInputDesktop{L"Default"};
 
 BOOL FakeInputDesktopName(wchar_t* szName, DWORD cchName)
 {
-    wcsncpy(szName, g_szInputDesktop.load(), cchName);
-    szName[cchName - 1] = L'\0';
+    const std::wstring name = g_szInputDesktop.load();
+    name.copy(szName, cchName - 1);
+    szName[std::min<size_t>(name.size(), cchName - 1)] = L'\0';
     return TRUE;
 }
 
@@ -175,7 +177,7 @@ protected:
     {
         m_api.pfnGetInputDesktopName = FakeInputDesktopName;
         g_szInputDesktop = L"Default";
-        wcscpy(g_szDesktopName, L"Agent"); // another desktop than the input one: state 7
+        std::wmemcpy(g_szDesktopName, L"Agent", 6); // another desktop than the input one: state 7
     }
 
     void SetUp() override
