@@ -177,8 +177,14 @@ bool CServiceLink::Connect()
 
     for (int nAttempt = 0; nAttempt < 2; ++nAttempt)
     {
+        // The pause ends early when the agent is closing, so a closing agent never waits for it.
         if (nAttempt > 0)
-            Sleep(KV_CONNECT_RETRY_MS);
+        {
+            if (g_hStopEvent != nullptr)
+                WaitForSingleObject(g_hStopEvent, KV_CONNECT_RETRY_MS);
+            else
+                Sleep(KV_CONNECT_RETRY_MS);
+        }
         if (m_pWindow->m_bClosing)
             return false;
         LOG4CXX_INFO(logger, L"Connecting to the service on port " << m_pWindow->m_uiPort.load());
@@ -651,6 +657,8 @@ void CServiceLink::ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec)
     CopyInto(m_pWindow->m_szMsgBoxText,
              std::wstring(reinterpret_cast<const wchar_t*>(report.text.data()), report.text.size()));
     LOG4CXX_INFO(logger, L"Reverse connection report: " << m_pWindow->m_szMsgBoxText);
+    // Every report that is shown tells of a failed attempt.
+    m_pWindow->m_bMsgBoxError = 1;
     if (report.bPost)
         PostMessageW(m_pWindow->m_hWnd, WM_KV_QUEUED_MSGBOX, 0, 0);
 }

@@ -152,7 +152,6 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
         else
             LOG4CXX_ERROR(logger, L"CreateWindowExW failed. Error = " << GetLastError());
         // The icon's identity holds from the start: the tray callback is checked against it.
-        m_nid.cbSize = KV_NOTIFYICONDATA_V2_SIZE;
         m_nid.hWnd = m_hWnd;
         m_nid.uID = m_uTrayIconId;
 
@@ -381,6 +380,8 @@ void CTaskBarWindow::OnDestroy()
     if (g_hStopEvent != nullptr)
         SetEvent(g_hStopEvent);
     RetoreDesktopOptions();
+    // The icon goes while its window still exists; the shell drops icons of vanished windows late.
+    DelTrayIcon();
     m_bClosing = 1;
     // Closing unblocks the connection thread's read; the object goes with the window object, once
     // that thread has let go of it.

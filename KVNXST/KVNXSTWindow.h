@@ -50,9 +50,6 @@ constexpr UINT_PTR KV_TIMER_DESKTOP_POLL = 1025;
 constexpr UINT_PTR KV_TIMER_DESKTOP_APPLY = 1026;
 
 constexpr UINT KV_TRAY_ICON_ID = 44444;
-// The notification-area record of Shell32 5.0, the one the icon is added with.
-constexpr DWORD KV_NOTIFYICONDATA_V2_SIZE = 952;
-constexpr DWORD KV_NOTIFYICONDATA_V1_SIZE = 168;
 
 // Why the notification dialog opens (m_nNotifyKind).
 constexpr int KV_NOTIFY_CONNECT = 1;

@@ -87,10 +87,10 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
         ASSERT_TRUE(c.dwPortType == REG_NONE || port.Set(c.dwPortType, &k7000, c.cbPort));
         const std::string shown = Narrow(c.cmdLine.substr(0, 30));
         const AgentRun run = agent.RunAlone(c.cmdLine);
-        EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << shown << "\n" << run.log.substr(0, 3000);
+        EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << shown << "\n" << run.log.substr(0, 3000);
         EXPECT_EQ(1u, run.Count("|lpCmdLine=" + Narrow(c.cmdLine))) << shown;
         const std::string used = "uiPort=" + std::to_string(c.uiPort);
-        EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST", used)) << shown;
+        EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXSTWindow", used)) << shown;
         EXPECT_EQ(KvIsTcpPort(c.uiPort) ? 0u : 1u,
                   CountMessage(run.lines, "WARN", "KVNXST", used + " is not a TCP port"))
             << shown;
@@ -113,14 +113,14 @@ TEST(AgentCommandLine, OneAgentPerDesktopNotPerSessionWhileOneTimeAgentsSkipTheC
     EXPECT_EQ(1u, CountMessage(run.lines, "WARN", "KVNXST",
                                "Another KVNXST already runs on desktop " + Narrow(first.Name())));
     run = agent.Run(L"-onetimesession 6200", first.Name());
-    EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode) << run.log;
+    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << run.log;
     EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST", "Starting one-time KVNXSt on port: 6200"))
         << run.log;
     EXPECT_EQ(0u, run.Count("CheckInstance")) << run.log;
-    EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), agent.Run(L"5000", second.Name()).dwExitCode);
+    EXPECT_EQ(Code(kTrayAgentClosed), agent.Run(L"5000", second.Name()).dwExitCode);
 
     CloseInstanceMapping();
-    EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), agent.Run(L"5000", first.Name()).dwExitCode);
+    EXPECT_EQ(Code(kTrayAgentClosed), agent.Run(L"5000", first.Name()).dwExitCode);
 }
 
 TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
@@ -153,5 +153,5 @@ TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
     const AgentRun run = agent.Run(L"-onetimesession 6200");
     EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST",
                                "No resource library; the agent's own resources apply"));
-    EXPECT_EQ(Code(KV_EXIT_NO_TRAY_WINDOW), run.dwExitCode);
+    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode);
 }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -16,6 +17,9 @@ namespace kvtest
 {
 
 // Exit codes as GetExitCodeProcess reports them.
+// What a tray agent that a test closed returns: the exit code nobody changed.
+constexpr int kTrayAgentClosed = 0;
+
 inline DWORD Code(int n)
 {
     return static_cast<DWORD>(n);
@@ -63,6 +67,33 @@ struct AgentRun
 
     size_t Count(const std::string& part) const { return CountContaining(lines, part); }
 };
+
+// The tray window of process dwProcessId on the named desktop (empty: this thread's), or null.
+inline HWND FindTrayWindow(const std::wstring& desktop, DWORD dwProcessId)
+{
+    struct Search
+    {
+        DWORD dwProcessId;
+        HWND hFound;
+    } search = {dwProcessId, nullptr};
+    const auto match = [](HWND hWnd, LPARAM lParam) -> BOOL {
+        auto* p = reinterpret_cast<Search*>(lParam);
+        wchar_t szClass[64] = {};
+        DWORD dwOwner = 0;
+        GetWindowThreadProcessId(hWnd, &dwOwner);
+        if (dwOwner != p->dwProcessId || !GetClassNameW(hWnd, szClass, 64) ||
+            wcscmp(szClass, L"Kestrova Vexa Tray Icon Class") != 0)
+            return TRUE;
+        p->hFound = hWnd;
+        return FALSE;
+    };
+    HDESK hDesk = desktop.empty() ? GetThreadDesktop(GetCurrentThreadId())
+                                  : OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS);
+    EnumDesktopWindows(hDesk, match, reinterpret_cast<LPARAM>(&search));
+    if (!desktop.empty() && hDesk != nullptr)
+        CloseDesktop(hDesk);
+    return search.hFound;
+}
 
 // An agent started without waiting for it. It runs until it ends on its own or the test ends
 // it; the object ends it (exit code 999) at the latest when it goes.
@@ -154,8 +185,8 @@ public:
         return AgentProcess(pi);
     }
 
-    // Runs the agent on the named desktop (empty: the test's own) and waits for it; a run that hangs
-    // is ended with 999.
+    // Runs the agent on the named desktop (empty: the test's own) and waits for it; a tray agent is
+    // closed once its window exists (exit code 0), and a run that hangs is ended with 999.
     AgentRun Run(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
     {
         AgentRun run;
@@ -163,8 +194,20 @@ public:
             const AgentProcess agent = Start(arguments, desktop);
             if (!agent.Started())
                 return run;
-            run.dwExitCode = agent.Wait(60000);
-            if (run.dwExitCode == STILL_ACTIVE)
+            // A tray agent runs until closed: it is closed as soon as its window exists.
+            bool bClosed = false;
+            for (int nWait = 0; nWait < 1200 && run.dwExitCode == 0xDEADBEEF; ++nWait)
+            {
+                const DWORD dwCode = agent.Wait(50);
+                if (dwCode != STILL_ACTIVE)
+                    run.dwExitCode = dwCode;
+                else if (!bClosed)
+                {
+                    HWND hTray = FindTrayWindow(desktop, agent.Id());
+                    bClosed = hTray != nullptr && PostMessageW(hTray, WM_CLOSE, 0, 0);
+                }
+            }
+            if (run.dwExitCode == 0xDEADBEEF)
                 run.dwExitCode = agent.End();
         }
         run.log = Log();

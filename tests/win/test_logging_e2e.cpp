@@ -1,5 +1,5 @@
 // The built agent configures its logging from the folder it runs in.
-#include "test_logging_support.h"
+#include "test_agent_support.h"
 
 #include <regex>
 
@@ -10,7 +10,7 @@ namespace
 
 // Runs a copy of the built KVNXST.exe in folder (so the shipped configuration beside the original
 // stays untouched) with the given configuration, and TEMP and TMP at folder's "temp". A one-time
-// agent skips the single-instance check and ends where the tray window would be made, with -14.
+// agent skips the single-instance check; it is closed as soon as its tray window exists.
 // Returns "main@<id of the process's first thread>".
 std::string RunAgentCopy(const TempFolder& folder, const std::string& config, std::wstring commandLine)
 {
@@ -33,9 +33,12 @@ std::string RunAgentCopy(const TempFolder& folder, const std::string& config, st
     if (!CreateProcessW(exe.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT,
                         environment.data(), folder.Path().c_str(), &si, &pi))
         return "(not started)";
-    if (WaitForSingleObject(pi.hProcess, 60000) != WAIT_OBJECT_0)
+    for (int nWait = 0; nWait < 1200 && WaitForSingleObject(pi.hProcess, 50) == WAIT_TIMEOUT; ++nWait)
+        if (HWND hTray = FindTrayWindow(std::wstring(), pi.dwProcessId))
+            PostMessageW(hTray, WM_CLOSE, 0, 0);
+    if (WaitForSingleObject(pi.hProcess, 0) != WAIT_OBJECT_0)
         TerminateProcess(pi.hProcess, 999);
-    EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &dwExitCode) && dwExitCode == static_cast<DWORD>(-14))
+    EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &dwExitCode) && dwExitCode == Code(kTrayAgentClosed))
         << dwExitCode;
     CloseHandle(pi.hThread);
     CloseHandle(pi.hProcess);
