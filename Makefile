@@ -28,8 +28,9 @@ test: build
 bench: build
 	@scripts/with-display.sh scripts/run-bench.sh
 
-# The demo arrives with the notification pop-up; until then it builds everything.
+# The resident agent against the simulator in the Wine virtual desktop.
 demo: build
+	@scripts/with-display.sh scripts/demo.sh
 
 clean:
 	rm -rf build

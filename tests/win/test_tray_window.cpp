@@ -76,20 +76,12 @@ protected:
     std::unique_ptr<CTaskBarWindow> m_window;
 };
 
-std::string Greyed(const std::map<UINT, UINT>& states)
+// The ids, ascending, of the items whose state has uFlag.
+std::string ItemsWith(const std::map<UINT, UINT>& states, UINT uFlag)
 {
     std::string out;
     for (const auto& [uId, uState] : states)
-        if (uState & MF_GRAYED)
-            out += std::to_string(uId) + " ";
-    return out;
-}
-
-std::string Checked(const std::map<UINT, UINT>& states)
-{
-    std::string out;
-    for (const auto& [uId, uState] : states)
-        if (uState & MF_CHECKED)
+        if (uState & uFlag)
             out += std::to_string(uId) + " ";
     return out;
 }
@@ -127,8 +119,8 @@ TEST_F(TrayWindow, MenuGreysWhatTheSettingsAndTheSessionDoNotAllow)
         wcsncpy(w.m_szLanguage, c.szLanguage, 2);
         const std::map<UINT, UINT> states = OpenMenu();
         ASSERT_EQ(std::size(kMenuItems), states.size()) << c.szCase << ": the menu did not open";
-        EXPECT_EQ(c.szGreyed, Greyed(states)) << c.szCase;
-        EXPECT_EQ(c.szChecked, Checked(states)) << c.szCase;
+        EXPECT_EQ(c.szGreyed, ItemsWith(states, MF_GRAYED)) << c.szCase;
+        EXPECT_EQ(c.szChecked, ItemsWith(states, MF_CHECKED)) << c.szCase;
     }
 }
 
