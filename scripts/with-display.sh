@@ -19,17 +19,26 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-# First free display from :90 upwards.
-display=90
-while [ -e "/tmp/.X11-unix/X$display" ] || [ -e "/tmp/.X$display-lock" ]; do display=$((display + 1)); done
+# First free display from :90 upwards. A display can be taken without a file in /tmp showing it
+# (another root file system on the same machine shares the abstract socket names), so a server
+# that dies at once means: try the next one.
+display=89
 xvfb_log=$(mktemp)
-Xvfb ":$display" -screen 0 1280x1024x24 -nolisten tcp >"$xvfb_log" 2>&1 &
-xvfb_pid=$!
-# A loaded machine can take seconds for the first start (keymap compilation).
-for _ in $(seq 300); do
+for _ in $(seq 20); do
+  display=$((display + 1))
+  while [ -e "/tmp/.X11-unix/X$display" ] || [ -e "/tmp/.X$display-lock" ]; do display=$((display + 1)); done
+  Xvfb ":$display" -screen 0 1280x1024x24 -nolisten tcp >"$xvfb_log" 2>&1 &
+  xvfb_pid=$!
+  # A loaded machine can take seconds for the first start (keymap compilation).
+  for _ in $(seq 300); do
+    [ -e "/tmp/.X11-unix/X$display" ] && break
+    kill -0 "$xvfb_pid" 2>/dev/null || break
+    sleep 0.1
+  done
   [ -e "/tmp/.X11-unix/X$display" ] && break
-  kill -0 "$xvfb_pid" 2>/dev/null || break
-  sleep 0.1
+  wait "$xvfb_pid" 2>/dev/null
+  xvfb_pid=""
+  grep -q "server already running" "$xvfb_log" || break
 done
 if [ ! -e "/tmp/.X11-unix/X$display" ]; then
   echo "with-display: Xvfb did not start:" >&2

@@ -81,12 +81,16 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
         {L"\xFF15\xFF10\xFF10\xFF10", REG_NONE, 0, 0},
         {L"-onetimesession 99999999999", REG_NONE, 0, 4294967295},
     };
+    // One desktop for all: each agent has ended before the next starts, and Wine starts a shell for
+    // every new desktop.
+    TestDesktop desktop;
+    ASSERT_TRUE(desktop.Created());
     for (const auto& c : cases)
     {
         port.Remove();
         ASSERT_TRUE(c.dwPortType == REG_NONE || port.Set(c.dwPortType, &k7000, c.cbPort));
         const std::string shown = Narrow(c.cmdLine.substr(0, 30));
-        const AgentRun run = agent.RunAlone(c.cmdLine);
+        const AgentRun run = agent.Run(c.cmdLine, desktop.Name());
         EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << shown << "\n" << run.log.substr(0, 3000);
         EXPECT_EQ(1u, run.Count("|lpCmdLine=" + Narrow(c.cmdLine))) << shown;
         const std::string used = "uiPort=" + std::to_string(c.uiPort);

@@ -88,7 +88,7 @@ inline HWND FindTrayWindow(const std::wstring& desktop, DWORD dwProcessId)
         return FALSE;
     };
     HDESK hDesk = desktop.empty() ? GetThreadDesktop(GetCurrentThreadId())
-                                  : OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS);
+                                  : OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
     EnumDesktopWindows(hDesk, match, reinterpret_cast<LPARAM>(&search));
     if (!desktop.empty() && hDesk != nullptr)
         CloseDesktop(hDesk);
@@ -216,14 +216,6 @@ public:
     }
 
     std::string Log() const { return ReadTextFile(m_log); }
-
-    // Runs on a fresh desktop, where no other agent can be.
-    AgentRun RunAlone(const std::wstring& arguments) const
-    {
-        TestDesktop desktop;
-        EXPECT_TRUE(desktop.Created());
-        return Run(arguments, desktop.Name());
-    }
 
 private:
     TempFolder m_folder;
