@@ -244,10 +244,12 @@ void CServiceLink::ReadLoop()
         if (m_pSocket->GetHandle() == INVALID_SOCKET)
             return;
         const std::uint32_t dwType = KvReadU32(m_pBuffer);
-        LOG4CXX_INFO(logger, L"Received message type " << dwType);
+        // Per record at DEBUG: the message's name follows at INFO, and the default log keeps many
+        // records rather than three lines for each.
+        LOG4CXX_DEBUG(logger, L"Received message type " << dwType);
         if (!Dispatch(dwType))
             return;
-        LOG4CXX_INFO(logger, L"Waiting for a message from the socket.");
+        LOG4CXX_DEBUG(logger, L"Waiting for a message from the socket.");
     }
 }
 
