@@ -10,7 +10,7 @@
 #include "UtilLog.h"
 #include "resource.h"
 
-#include "test_logging_support.h"
+#include "parked_tray_window.h"
 
 #include <gtest/gtest.h>
 
@@ -38,42 +38,12 @@ const bool g_bWinsock = []
 
 // --- The tray window, without its own start: its threads are started by the tests.
 
-struct TrayWindow
+// A parked tray window with an unconnected socket, as the connection thread finds it.
+struct TrayWindow : kvtest::ParkedTrayWindow
 {
-    explicit TrayWindow(unsigned int uiPort)
+    explicit TrayWindow(unsigned int uiPort) : ParkedTrayWindow(uiPort)
     {
-        g_hInstance = GetModuleHandleW(nullptr);
-        g_hResInstance = LoadResourceLibraryFrom(ModuleFolder().c_str(), nullptr);
-        window = std::make_unique<CTaskBarWindow>(uiPort);
-        MSG msg;
-        while (PeekMessageW(&msg, window->m_hWnd, WM_KV_START, WM_KV_START, PM_REMOVE))
-        {
-        }
         window->m_pSocket = new CKvSocket();
-    }
-    ~TrayWindow()
-    {
-        if (IsWindow(window->m_hWnd))
-            DestroyWindow(window->m_hWnd);
-        window.reset();
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-        {
-        }
-        FreeLibrary(g_hResInstance);
-        g_hResInstance = nullptr;
-    }
-    // Whether the window's queue holds uMsg (taken out), waiting up to dwMs.
-    bool Posted(UINT uMsg, DWORD dwMs = 0) const
-    {
-        MSG msg;
-        for (DWORD dwStart = GetTickCount();; Sleep(20))
-        {
-            if (PeekMessageW(&msg, window->m_hWnd, uMsg, uMsg, PM_REMOVE))
-                return true;
-            if (GetTickCount() - dwStart >= dwMs)
-                return false;
-        }
     }
     // The ids of the timers that fired within dwMs (the timers are not killed).
     std::vector<UINT_PTR> Timers(DWORD dwMs) const
@@ -87,8 +57,6 @@ struct TrayWindow
         std::sort(ids.begin(), ids.end());
         return ids;
     }
-
-    std::unique_ptr<CTaskBarWindow> window;
 };
 
 HANDLE StartThread(unsigned(__stdcall* pfn)(void*), void* pArg)
@@ -373,7 +341,7 @@ TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
         const DWORD dwStart = GetTickCount();
         ASSERT_TRUE(RunToEnd(tray)) << c.name;
         EXPECT_GE(GetTickCount() - dwStart, 2900u) << c.name << ": a second attempt three seconds later";
-        EXPECT_TRUE(tray.Posted(WM_KV_QUIT)) << c.name;
+        EXPECT_NE(TrayWindow::kNone, tray.Take(WM_KV_QUIT)) << c.name;
         ASSERT_EQ(1u, g_events.size()) << c.name;
         EXPECT_EQ(c.wType, g_events[0].first) << c.name;
         const std::wstring text = ResourceText(c.uString);

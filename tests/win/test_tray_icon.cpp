@@ -1,11 +1,10 @@
 // The tray window's icon, balloons and connection notices in this process, against a stand-in for
 // the shell's notification area on a desktop of the test's own.
 #include "fake_shell.h"
+#include "parked_tray_window.h"
 #include "test_agent_support.h"
 #include "test_log_capture.h"
 
-#include "KVNXST.h"
-#include "KVNXSTWindow.h"
 #include "KvSystemApi.h"
 #include "resource.h"
 
@@ -66,49 +65,28 @@ protected:
         ASSERT_TRUE(m_log.Configured());
         m_shell = std::make_unique<FakeShell>();
         ASSERT_TRUE(m_shell->InFront()) << "another shell window answers the icon calls";
-        g_hInstance = GetModuleHandleW(nullptr);
-        g_hResInstance = LoadResourceLibraryFrom(ModuleFolder().c_str(), nullptr);
-        ASSERT_NE(nullptr, g_hResInstance);
         g_bOneTimeSession = 0;
-        m_window = std::make_unique<CTaskBarWindow>(1);
-        ASSERT_NE(nullptr, m_window->m_hWnd);
-        // The window stays without its threads and its link: its start message is taken away.
-        MSG msg;
-        while (PeekMessageW(&msg, m_window->m_hWnd, WM_KV_START, WM_KV_START, PM_REMOVE))
-        {
-        }
+        m_tray = std::make_unique<ParkedTrayWindow>();
+        ASSERT_TRUE(m_tray->Ready());
+        m_window = m_tray->window.get();
         m_window->m_bTrayIcon = 1;
         KvCopyString(m_window->m_Settings.szCaption, L"Vexa");
     }
     void TearDown() override
     {
-        if (m_window && IsWindow(m_window->m_hWnd))
-            DestroyWindow(m_window->m_hWnd);
-        m_window.reset();
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-        {
-        }
+        m_tray.reset();
         m_shell.reset();
-        FreeLibrary(g_hResInstance);
-        g_hResInstance = nullptr;
         g_bOneTimeSession = 0;
     }
 
     bool Held() const { return m_shell->icons.count(KV_TRAY_ICON_ID) != 0; }
     const FakeShell::Icon& HeldIcon() { return m_shell->icons[KV_TRAY_ICON_ID]; }
-    // Takes a posted message to the tray window from its queue: its wParam, or -1 when none is there.
-    WPARAM TakePosted(UINT uMsg)
-    {
-        MSG msg;
-        if (!PeekMessageW(&msg, m_window->m_hWnd, uMsg, uMsg, PM_REMOVE))
-            return static_cast<WPARAM>(-1);
-        return msg.wParam;
-    }
+    WPARAM TakePosted(UINT uMsg) { return m_tray->Take(uMsg); }
 
     LogCapture m_log;
     std::unique_ptr<FakeShell> m_shell;
-    std::unique_ptr<CTaskBarWindow> m_window;
+    std::unique_ptr<ParkedTrayWindow> m_tray;
+    CTaskBarWindow* m_window = nullptr;
     static TestDesktop* s_desktop;
     static std::thread s_keeper;
     static HANDLE s_hRelease;

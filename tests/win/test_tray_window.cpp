@@ -1,8 +1,6 @@
 // The tray window object in this process: its tray menu read back from the open menu itself.
-#include "test_logging_support.h"
+#include "parked_tray_window.h"
 
-#include "KVNXST.h"
-#include "KVNXSTWindow.h"
 #include "resource.h"
 
 #include <gtest/gtest.h>
@@ -15,9 +13,10 @@ using namespace kvtest;
 namespace
 {
 
-constexpr UINT kMenuItems[] = {IDM_INVITATIONS, IDM_DISCONNECT,  IDM_CONNECT_TO_CLIENT, IDM_EXIT,
-                               IDM_SETTINGS,    IDM_ABOUT,       IDM_NOTIFY_ALL,        IDM_JOIN_INTERNET_SESSION,
-                               IDM_LANGUAGE_EN, IDM_LANGUAGE_FR, IDM_LANGUAGE_DE};
+constexpr UINT kMenuItems[] = {
+    IDM_INVITATIONS, IDM_DISCONNECT,  IDM_CONNECT_TO_CLIENT, IDM_EXIT,
+    IDM_SETTINGS,    IDM_ABOUT,       IDM_NOTIFY_ALL,        IDM_JOIN_INTERNET_SESSION,
+    IDM_LANGUAGE_EN, IDM_LANGUAGE_FR, IDM_LANGUAGE_DE};
 
 // Item states of the menu open at the time the timer fires; the menu is closed again.
 std::map<UINT, UINT> g_menuStates;
@@ -39,29 +38,11 @@ class TrayWindow : public ::testing::Test
 protected:
     void SetUp() override
     {
-        g_hInstance = GetModuleHandleW(nullptr);
-        g_hResInstance = LoadResourceLibraryFrom(ModuleFolder().c_str(), nullptr);
-        ASSERT_NE(nullptr, g_hResInstance);
-        m_window = std::make_unique<CTaskBarWindow>(1);
-        ASSERT_NE(nullptr, m_window->m_hWnd);
-        // The window stays without its threads and its link: its start message is taken away.
-        MSG msg;
-        while (PeekMessageW(&msg, m_window->m_hWnd, WM_KV_START, WM_KV_START, PM_REMOVE))
-        {
-        }
+        m_tray = std::make_unique<ParkedTrayWindow>();
+        ASSERT_TRUE(m_tray->Ready());
+        m_window = m_tray->window.get();
     }
-    void TearDown() override
-    {
-        if (m_window && IsWindow(m_window->m_hWnd))
-            DestroyWindow(m_window->m_hWnd);
-        m_window.reset();
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-        {
-        }
-        FreeLibrary(g_hResInstance);
-        g_hResInstance = nullptr;
-    }
+    void TearDown() override { m_tray.reset(); }
 
     // Opens the tray menu as the shell's callback does and returns each item's state.
     std::map<UINT, UINT> OpenMenu(UINT uMouseMessage = WM_RBUTTONUP)
@@ -73,7 +54,8 @@ protected:
         return g_menuStates;
     }
 
-    std::unique_ptr<CTaskBarWindow> m_window;
+    std::unique_ptr<ParkedTrayWindow> m_tray;
+    CTaskBarWindow* m_window = nullptr;
 };
 
 // The ids, ascending, of the items whose state has uFlag.
