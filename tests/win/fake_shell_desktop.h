@@ -141,7 +141,6 @@ public:
         return WaitFor([&](const View& v) { return v.bHeld && v.picture == picture; }, ms).picture == picture;
     }
 
-    const TrayPictures& Pictures() const { return m_pictures; }
 
 private:
     struct Job

@@ -1,19 +1,152 @@
 // One resident agent for an end-to-end test: the built exe on a desktop of its own with the
-// stand-in shell there, linked over loopback to the simulator on a thread of the test.
+// stand-in shell there (fake_shell_desktop.h), linked over loopback to the simulator on a thread of
+// the test. The simulator is strict as ever (any protocol error fails the run); the test feeds its
+// script line by line while the agent runs and reads the trace as it grows.
 #pragma once
 
 #include "fake_shell_desktop.h"
-#include "sim_thread.h"
 #include "test_agent_support.h"
 
 #include "KVNXST.h"
+#include "SimServer.h"
 
 #include <windows.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <initializer_list>
+#include <mutex>
+#include <ostream>
+#include <streambuf>
 #include <string>
+#include <thread>
 
 namespace kvtest
 {
+
+// The server's trace, which other threads may wait on.
+class TraceBuffer : public std::streambuf
+{
+public:
+    std::string Text() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_text;
+    }
+    // Waits until the trace holds part, at most ms.
+    bool WaitFor(const std::string& part, DWORD ms) const
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_cv.wait_for(lock, std::chrono::milliseconds(ms),
+                             [&] { return m_text.find(part) != std::string::npos; });
+    }
+
+protected:
+    int_type overflow(int_type c) override
+    {
+        if (c != traits_type::eof())
+        {
+            const char ch = traits_type::to_char_type(c);
+            xsputn(&ch, 1);
+        }
+        return c;
+    }
+    std::streamsize xsputn(const char* s, std::streamsize n) override
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_text.append(s, static_cast<size_t>(n));
+        }
+        m_cv.notify_all();
+        return n;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_cv;
+    std::string m_text;
+};
+
+class SimThread
+{
+public:
+    // Any free TCP port; the service's UDP port only when asked for (it is machine-wide).
+    static kvsim::ServerOptions Options(std::uint32_t dwAgentSession)
+    {
+        kvsim::ServerOptions options;
+        options.tcpPort = 0;
+        options.udp = false;
+        options.acceptTimeoutMs = 30000;
+        options.handshakeTimeoutMs = 15000;
+        options.engine.dwAgentSession = dwAgentSession;
+        return options;
+    }
+
+    explicit SimThread(const kvsim::ServerOptions& options) : m_server(options, m_stream, m_stream)
+    {
+        m_bOpened = m_server.Open(m_error);
+        if (m_bOpened)
+            m_thread = std::thread([this] { m_nResult = m_server.Run(m_lines); });
+    }
+    ~SimThread()
+    {
+        m_server.RequestStop();
+        m_lines.Close();
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    SimThread(const SimThread&) = delete;
+    SimThread& operator=(const SimThread&) = delete;
+
+    bool Opened() const { return m_bOpened; }
+    const std::string& OpenError() const { return m_error; }
+    std::uint16_t Port() const { return m_server.TcpPort(); }
+
+    // Script lines; they run once the handshake is done, in order.
+    void Play(std::initializer_list<std::string> lines)
+    {
+        for (const std::string& line : lines)
+            m_lines.Push(line);
+    }
+    // Waits until every line played so far has run (expect steps included), at most ms.
+    bool Settle(DWORD ms)
+    {
+        const std::string mark = "settled " + std::to_string(++m_nMarks);
+        m_lines.Push("note " + mark);
+        return m_trace.WaitFor("-- " + mark + "\n", ms);
+    }
+    bool WaitTrace(const std::string& part, DWORD ms) const { return m_trace.WaitFor(part, ms); }
+    bool Handshaken(DWORD ms) const { return WaitTrace("-- handshake complete", ms); }
+    std::string Trace() const { return m_trace.Text(); }
+
+    // Ends the script and the server: 0 when the agent broke no rule and every expectation held.
+    int Finish()
+    {
+        m_lines.Close();
+        if (m_thread.joinable())
+            m_thread.join();
+        return m_nResult;
+    }
+    // After Finish: what went wrong, one line each.
+    std::string Errors() const
+    {
+        std::string out;
+        for (const std::string& e : m_server.GetReporter().Errors())
+            out += e + "\n";
+        return out;
+    }
+
+private:
+    TraceBuffer m_trace;
+    std::ostream m_stream{&m_trace};
+    kvsim::LineQueue m_lines;
+    kvsim::Server m_server;
+    std::thread m_thread;
+    bool m_bOpened = false;
+    std::string m_error;
+    int m_nResult = -1;
+    unsigned m_nMarks = 0;
+};
 
 // Long enough for a loaded machine; only a failing check waits that long.
 constexpr DWORD kE2eWait = 15000;
