@@ -62,6 +62,7 @@ private:
 struct AgentRun
 {
     DWORD dwExitCode = 0xDEADBEEF;
+    DWORD dwMainThread = 0;
     std::string log;
     std::vector<std::string> lines;
 
@@ -76,7 +77,8 @@ inline HWND FindTrayWindow(const std::wstring& desktop, DWORD dwProcessId)
         DWORD dwProcessId;
         HWND hFound;
     } search = {dwProcessId, nullptr};
-    const auto match = [](HWND hWnd, LPARAM lParam) -> BOOL {
+    const auto match = [](HWND hWnd, LPARAM lParam) -> BOOL
+    {
         auto* p = reinterpret_cast<Search*>(lParam);
         wchar_t szClass[64] = {};
         DWORD dwOwner = 0;
@@ -87,8 +89,9 @@ inline HWND FindTrayWindow(const std::wstring& desktop, DWORD dwProcessId)
         p->hFound = hWnd;
         return FALSE;
     };
-    HDESK hDesk = desktop.empty() ? GetThreadDesktop(GetCurrentThreadId())
-                                  : OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
+    HDESK hDesk = desktop.empty()
+                      ? GetThreadDesktop(GetCurrentThreadId())
+                      : OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
     EnumDesktopWindows(hDesk, match, reinterpret_cast<LPARAM>(&search));
     if (!desktop.empty() && hDesk != nullptr)
         CloseDesktop(hDesk);
@@ -101,7 +104,8 @@ class AgentProcess
 {
 public:
     AgentProcess() = default;
-    explicit AgentProcess(const PROCESS_INFORMATION& pi) : m_hProcess(pi.hProcess), m_dwId(pi.dwProcessId)
+    explicit AgentProcess(const PROCESS_INFORMATION& pi)
+        : m_hProcess(pi.hProcess), m_dwId(pi.dwProcessId), m_dwMainThread(pi.dwThreadId)
     {
         CloseHandle(pi.hThread);
     }
@@ -112,7 +116,8 @@ public:
         End();
         CloseHandle(m_hProcess);
     }
-    AgentProcess(AgentProcess&& other) noexcept : m_hProcess(other.m_hProcess), m_dwId(other.m_dwId)
+    AgentProcess(AgentProcess&& other) noexcept
+        : m_hProcess(other.m_hProcess), m_dwId(other.m_dwId), m_dwMainThread(other.m_dwMainThread)
     {
         other.m_hProcess = nullptr;
     }
@@ -123,11 +128,13 @@ public:
     {
         std::swap(m_hProcess, other.m_hProcess);
         std::swap(m_dwId, other.m_dwId);
+        std::swap(m_dwMainThread, other.m_dwMainThread);
         return *this;
     }
 
     bool Started() const { return m_hProcess != nullptr; }
     DWORD Id() const { return m_dwId; }
+    DWORD MainThread() const { return m_dwMainThread; }
     // Waits up to ms for the end: the exit code, or STILL_ACTIVE while it runs.
     DWORD Wait(DWORD ms) const
     {
@@ -147,6 +154,7 @@ public:
 private:
     HANDLE m_hProcess = nullptr;
     DWORD m_dwId = 0;
+    DWORD m_dwMainThread = 0;
 };
 
 // A copy of the built agent and its resource library in a temporary folder on drive C:, with a
@@ -169,8 +177,10 @@ public:
         return CopyFileW((ModuleFolder() + from).c_str(), (Path() + to).c_str(), FALSE) != FALSE;
     }
 
-    // Starts the agent on the named desktop (empty: the test's own) with a fresh log.
-    AgentProcess Start(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
+    // Starts the agent on the named desktop (empty: the test's own) with a fresh log, in this
+    // environment (null: the test's own).
+    AgentProcess Start(const std::wstring& arguments, const std::wstring& desktop = std::wstring(),
+                       const wchar_t* environment = nullptr) const
     {
         DeleteFileW(m_log.c_str());
         std::wstring commandLine = L"\"" + m_exe + L"\" " + arguments;
@@ -179,21 +189,24 @@ public:
         si.cb = sizeof si;
         si.lpDesktop = desktop.empty() ? nullptr : &startupDesktop[0];
         PROCESS_INFORMATION pi = {};
-        if (!CreateProcessW(m_exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr,
-                            Path().c_str(), &si, &pi))
+        if (!CreateProcessW(m_exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE,
+                            CREATE_UNICODE_ENVIRONMENT, const_cast<wchar_t*>(environment), Path().c_str(),
+                            &si, &pi))
             return AgentProcess();
         return AgentProcess(pi);
     }
 
     // Runs the agent on the named desktop (empty: the test's own) and waits for it; a tray agent is
     // closed once its window exists (exit code 0), and a run that hangs is ended with 999.
-    AgentRun Run(const std::wstring& arguments, const std::wstring& desktop = std::wstring()) const
+    AgentRun Run(const std::wstring& arguments, const std::wstring& desktop = std::wstring(),
+                 const wchar_t* environment = nullptr) const
     {
         AgentRun run;
         {
-            const AgentProcess agent = Start(arguments, desktop);
+            const AgentProcess agent = Start(arguments, desktop, environment);
             if (!agent.Started())
                 return run;
+            run.dwMainThread = agent.MainThread();
             // A tray agent runs until closed: it is closed as soon as its window exists.
             bool bClosed = false;
             for (int nWait = 0; nWait < 1200 && run.dwExitCode == 0xDEADBEEF; ++nWait)

@@ -8,16 +8,13 @@ using namespace kvtest;
 namespace
 {
 
-// Runs a copy of the built KVNXST.exe in folder (so the shipped configuration beside the original
-// stays untouched) with the given configuration, and TEMP and TMP at folder's "temp". A one-time
-// agent skips the single-instance check; it is closed as soon as its tray window exists.
-// Returns "main@<id of the process's first thread>".
-std::string RunAgentCopy(const TempFolder& folder, const std::string& config, std::wstring commandLine)
+// Runs the built agent with this configuration, and TEMP and TMP at its folder's "temp", as a
+// one-time agent (no single-instance check). Returns "main@<id of the process's first thread>".
+std::string RunAgent(const AgentFolder& agent, const std::string& config, const std::wstring& arguments)
 {
-    const std::wstring exe = folder.Path() + L"KVNXST.exe", temp = folder.Path() + L"temp";
-    EXPECT_TRUE(CopyFileW((ModuleFolder() + L"KVNXST.exe").c_str(), exe.c_str(), FALSE));
+    const std::wstring temp = agent.Path() + L"temp";
     EXPECT_TRUE(CreateDirectoryW(temp.c_str(), nullptr));
-    WriteTextFile(folder.Path() + L"KVNXST.Logging.xml", config);
+    WriteTextFile(agent.Path() + L"KVNXST.Logging.xml", config);
     std::wstring environment;
     wchar_t* env = GetEnvironmentStringsW();
     for (const wchar_t* p = env; *p != L'\0'; p += wcslen(p) + 1)
@@ -25,34 +22,18 @@ std::string RunAgentCopy(const TempFolder& folder, const std::string& config, st
             environment += std::wstring(p) + L'\0';
     FreeEnvironmentStringsW(env);
     environment += L"TEMP=" + temp + L'\0' + L"TMP=" + temp + L'\0';
-
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    DWORD dwExitCode = 0;
-    if (!CreateProcessW(exe.c_str(), commandLine.data(), nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT,
-                        environment.data(), folder.Path().c_str(), &si, &pi))
-        return "(not started)";
-    for (int nWait = 0; nWait < 1200 && WaitForSingleObject(pi.hProcess, 50) == WAIT_TIMEOUT; ++nWait)
-        if (HWND hTray = FindTrayWindow(std::wstring(), pi.dwProcessId))
-            PostMessageW(hTray, WM_CLOSE, 0, 0);
-    if (WaitForSingleObject(pi.hProcess, 0) != WAIT_OBJECT_0)
-        TerminateProcess(pi.hProcess, 999);
-    EXPECT_TRUE(GetExitCodeProcess(pi.hProcess, &dwExitCode) && dwExitCode == Code(kTrayAgentClosed))
-        << dwExitCode;
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
-    return "main@" + std::to_string(pi.dwThreadId);
+    const AgentRun run = agent.Run(arguments, std::wstring(), environment.c_str());
+    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << run.log;
+    return "main@" + std::to_string(run.dwMainThread);
 }
 
 } // namespace
 
 TEST(AgentLogging, TraceConfigurationBesideTheAgentShowsItsStart)
 {
-    TempFolder folder;
-    const std::wstring log = folder.Path() + L"agent.log";
-    const std::string main =
-        RunAgentCopy(folder, LogConfigXml(log, "TRACE"), L"KVNXST.exe -onetimesession 6200");
+    AgentFolder agent;
+    const std::wstring log = agent.Path() + L"agent.log";
+    const std::string main = RunAgent(agent, LogConfigXml(log, "TRACE"), L"-onetimesession 6200");
     // In this order, on the main thread, at places in the agent's source. Line by line: one pattern
     // over the whole log would recurse through the regex engine once per character.
     const std::string at = "\\|KVNXST\\|" + main + "\\|KVNXST\\.cpp:[0-9]+\\|";
@@ -69,10 +50,10 @@ TEST(AgentLogging, TraceConfigurationBesideTheAgentShowsItsStart)
 
 TEST(AgentLogging, ShippedConfigurationWritesInfoIntoTheUsersTempFolder)
 {
-    TempFolder folder;
-    const std::string main = RunAgentCopy(folder, ReadTextFile(ModuleFolder() + L"KVNXST.Logging.xml"),
-                                          L"KVNXST.exe -onetimesession 6200 shipped");
-    const std::string text = ReadTextFile(folder.Path() + L"temp\\KVNXST.log");
+    AgentFolder agent;
+    const std::string main = RunAgent(agent, ReadTextFile(ModuleFolder() + L"KVNXST.Logging.xml"),
+                                      L"-onetimesession 6200 shipped");
+    const std::string text = ReadTextFile(agent.Path() + L"temp\\KVNXST.log");
     // Date, time, level, logger, thread, location, message; no TRACE.
     EXPECT_NE(std::string::npos, text.find(" INFO  KVNXST [" + main + "] KVNXST.cpp:")) << text;
     EXPECT_NE(std::string::npos, text.find(" - lpCmdLine=-onetimesession 6200 shipped\r\n")) << text;
