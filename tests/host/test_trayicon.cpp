@@ -39,17 +39,6 @@ TEST(TrayIconPolicy, ShowOrRemoveByPolicyModeAndConnections)
             << "t=" << c.t << " c=" << c.c << " mode=" << c.mode << " onetime=" << c.oneTime;
 }
 
-TEST(TrayIconPolicy, RetryEverySecondForSixtyFailuresThenEveryMinute)
-{
-    const struct
-    {
-        int failures;
-        unsigned int ms;
-    } cases[] = {{1, 1000}, {60, 1000}, {61, 60000}, {1000000, 60000}};
-    for (const auto& c : cases)
-        EXPECT_EQ(c.ms, KvTrayRetryPeriod(c.failures)) << c.failures;
-}
-
 TEST(TrayIconPolicy, PictureByStateSelectorAndCustomIdle)
 {
     const struct

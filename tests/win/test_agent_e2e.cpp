@@ -67,18 +67,11 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
         {L"-onetimesession 6200", REG_DWORD, 4, 6200},
         // The service's value counts only as a four-byte DWORD.
         {L"5000", REG_DWORD, 2, 5000},
-        {L"5000", REG_DWORD, 8, 5000},
         {L"5000", REG_QWORD, 8, 5000},
-        {L"5000", REG_BINARY, 4, 5000},
-        {L"5000", REG_SZ, 8, 5000},
         {L"5000", REG_DWORD_BIG_ENDIAN, 4, 5000},
-        // Bad input: still the tray agent, on a port it warns about.
-        {L"-Settings extra", REG_NONE, 0, 0},
+        // Bad input (the host test has the rest): still the tray agent, on a port it warns about.
         {L"-Logoffx", REG_NONE, 0, 0},
-        {std::wstring(32000, L'x'), REG_NONE, 0, 0},
         {L"99999999999", REG_NONE, 0, 2147483647},
-        {L"-5", REG_NONE, 0, 4294967291},
-        {L"\xFF15\xFF10\xFF10\xFF10", REG_NONE, 0, 0},
         {L"-onetimesession 99999999999", REG_NONE, 0, 4294967295},
     };
     // One desktop for all: each agent has ended before the next starts, and Wine starts a shell for
