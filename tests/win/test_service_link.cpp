@@ -11,6 +11,7 @@
 #include "resource.h"
 
 #include "parked_tray_window.h"
+#include "stand_in_service.h"
 
 #include <gtest/gtest.h>
 
@@ -262,8 +263,6 @@ protected:
     {
         KvSetEventLogApi(nullptr);
         g_events.clear();
-        Remove();
-        CloseServiceHandle(m_hManager);
     }
 
     // Runs the connection thread to its end; false when it outlived dwMs.
@@ -278,43 +277,18 @@ protected:
     // The stand-in service "kvnxsv": 0 absent, 1 installed, 2 running.
     void ArrangeService(int nState)
     {
-        Remove();
-        if (nState == 0)
-            return;
-        const std::wstring command = L"\"" + ModuleFolder() + L"kvnxst_fake_service.exe\"";
-        SC_HANDLE h = CreateServiceW(m_hManager, L"kvnxsv", L"kvnxsv stand-in", SERVICE_ALL_ACCESS,
-                                     SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
-                                     command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
-        ASSERT_NE(nullptr, h) << GetLastError();
+        m_service.Remove();
+        if (nState >= 1)
+        {
+            ASSERT_TRUE(m_service.Install()) << GetLastError();
+        }
         if (nState == 2)
         {
-            ASSERT_TRUE(StartServiceW(h, 0, nullptr)) << GetLastError();
-            ASSERT_TRUE(WaitState(h, SERVICE_RUNNING));
+            ASSERT_TRUE(m_service.Start()) << GetLastError();
         }
-        CloseServiceHandle(h);
     }
 
-    static bool WaitState(SC_HANDLE h, DWORD dwState)
-    {
-        SERVICE_STATUS status = {};
-        for (int i = 0; i < 100 && QueryServiceStatus(h, &status) && status.dwCurrentState != dwState; ++i)
-            Sleep(100);
-        return status.dwCurrentState == dwState;
-    }
-
-    void Remove()
-    {
-        SC_HANDLE h = OpenServiceW(m_hManager, L"kvnxsv", SERVICE_ALL_ACCESS);
-        if (h == nullptr)
-            return;
-        SERVICE_STATUS status = {};
-        ControlService(h, SERVICE_CONTROL_STOP, &status);
-        WaitState(h, SERVICE_STOPPED);
-        DeleteService(h);
-        CloseServiceHandle(h);
-    }
-
-    const SC_HANDLE m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    kvtest::StandInService m_service;
 };
 
 // Nobody on the port and no answer to the port query: one event says why, and the agent closes.

@@ -5,7 +5,7 @@
 #include "UtilService.h"
 #include "UtilSettings.h"
 
-#include "test_logging_support.h"
+#include "stand_in_service.h"
 
 #include <gtest/gtest.h>
 
@@ -60,35 +60,7 @@ struct PlacedFile
 class UtilServiceScm : public ::testing::Test
 {
 protected:
-    UtilServiceScm() { Remove(); }
-    ~UtilServiceScm() override
-    {
-        Remove();
-        CloseServiceHandle(m_hManager);
-    }
-
-    // Sends the control (0: none) and waits for the state; true when it was reached.
-    bool Control(DWORD dwControl, DWORD dwState)
-    {
-        SC_HANDLE h = OpenServiceW(m_hManager, L"kvnxsv", SERVICE_ALL_ACCESS);
-        SERVICE_STATUS status = {};
-        if (dwControl != 0)
-            ControlService(h, dwControl, &status);
-        for (int i = 0; i < 100 && QueryServiceStatus(h, &status) && status.dwCurrentState != dwState; ++i)
-            Sleep(100);
-        CloseServiceHandle(h);
-        return status.dwCurrentState == dwState;
-    }
-
-    void Remove()
-    {
-        SC_HANDLE h = OpenServiceW(m_hManager, L"kvnxsv", SERVICE_ALL_ACCESS);
-        if (h != nullptr && Control(SERVICE_CONTROL_STOP, SERVICE_STOPPED))
-            DeleteService(h);
-        CloseServiceHandle(h);
-    }
-
-    const SC_HANDLE m_hManager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+    kvtest::StandInService m_service;
 };
 
 TEST_F(UtilServiceScm, AbsentServiceIsNeitherInstalledNorRunning)
@@ -103,23 +75,18 @@ TEST_F(UtilServiceScm, AbsentServiceIsNeitherInstalledNorRunning)
 
 TEST_F(UtilServiceScm, InstalledServiceThroughStartAndStop)
 {
-    const std::wstring command = L"\"" + ModuleFolder() + L"kvnxst_fake_service.exe\"";
-    SC_HANDLE h = CreateServiceW(m_hManager, L"kvnxsv", L"kvnxsv stand-in", SERVICE_ALL_ACCESS,
-                                 SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE,
-                                 command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
-    ASSERT_NE(nullptr, h) << GetLastError();
-    CloseServiceHandle(h);
+    ASSERT_TRUE(m_service.Install()) << GetLastError();
     EXPECT_EQ(1, IsServiceInstalled());
     SetLastError(ERROR_IO_PENDING);
     EXPECT_EQ(0, IsServiceRunning());
     EXPECT_EQ(0u, GetLastError()) << "a stopped service is no error";
 
     EXPECT_EQ(0u, StartLocalKvnxsvService());
-    ASSERT_TRUE(Control(0, SERVICE_RUNNING));
+    ASSERT_TRUE(m_service.Control(0, SERVICE_RUNNING));
     EXPECT_EQ(1, IsServiceRunning());
     EXPECT_EQ(static_cast<DWORD>(ERROR_SERVICE_ALREADY_RUNNING), StartLocalKvnxsvService());
 
-    ASSERT_TRUE(Control(SERVICE_CONTROL_STOP, SERVICE_STOPPED));
+    ASSERT_TRUE(m_service.Control(SERVICE_CONTROL_STOP, SERVICE_STOPPED));
     EXPECT_EQ(0, IsServiceRunning());
     EXPECT_EQ(1, IsServiceInstalled());
 }
