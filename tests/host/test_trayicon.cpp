@@ -106,56 +106,24 @@ TEST(TrayIconPolicy, TooltipComposedThenCutWithDotsAtTheLimit)
 
 TEST(TrayIconPolicy, MenuGreyingFollowsSettingsConnectionsAndMode)
 {
-    KvTrayMenuFlags all; // everything allowed, nobody connected, not attended
-    all.bAllowSettings = all.bAllowDisconnect = all.bAllowInvitations = all.bAllowConnectToClient = true;
-    all.uOptions = KV_OPTION_INVITATIONS;
-
-    const auto with = [&](auto change)
-    {
-        KvTrayMenuFlags f = all;
-        change(f);
-        return f;
-    };
+    constexpr bool Y = true, N = false;
+    constexpr std::uint32_t INV = KV_OPTION_INVITATIONS;
+    // Flags: connections, mode (1 attended), allowed settings, disconnect, invitations, connect to
+    // client; reverse connection out; settings locked; options.
     const struct
     {
         const char* what;
         KvTrayMenuFlags flags;
         std::initializer_list<unsigned int> greyed;
     } cases[] = {
-        {"idle, all allowed", all, {40005}},
-        {"viewed", with([](auto& f) { f.nConnections = 2; }), {40006, 40011}},
-        {"viewed, attended, no disconnect",
-         with(
-             [](auto& f)
-             {
-                 f.nConnections = 1;
-                 f.nMode = 1;
-                 f.bAllowDisconnect = false;
-             }),
-         {40005, 40006, 40011}},
-        {"viewed, not attended, no disconnect",
-         with(
-             [](auto& f)
-             {
-                 f.nConnections = 1;
-                 f.bAllowDisconnect = false;
-             }),
-         {40006, 40011}},
-        {"locked, attended",
-         with(
-             [](auto& f)
-             {
-                 f.nMode = 1;
-                 f.bLockSettings = true;
-             }),
-         {40005, 40007}},
-        {"locked, not attended", with([](auto& f) { f.bLockSettings = true; }), {40005}},
-        {"reverse connection out",
-         with([](auto& f) { f.bReverseConnectActive = true; }),
-         {40005, 40006, 40011}},
-        {"invitations option bit clear",
-         with([](auto& f) { f.uOptions = ~KV_OPTION_INVITATIONS; }),
-         {40002, 40005}},
+        {"idle, all allowed", {0, 0, Y, Y, Y, Y, N, N, INV}, {40005}},
+        {"viewed", {2, 0, Y, Y, Y, Y, N, N, INV}, {40006, 40011}},
+        {"viewed, attended, no disconnect", {1, 1, Y, N, Y, Y, N, N, INV}, {40005, 40006, 40011}},
+        {"viewed, not attended, no disconnect", {1, 0, Y, N, Y, Y, N, N, INV}, {40006, 40011}},
+        {"locked, attended", {0, 1, Y, Y, Y, Y, N, Y, INV}, {40005, 40007}},
+        {"locked, not attended", {0, 0, Y, Y, Y, Y, N, Y, INV}, {40005}},
+        {"reverse connection out", {0, 0, Y, Y, Y, Y, Y, N, INV}, {40005, 40006, 40011}},
+        {"invitations option bit clear", {0, 0, Y, Y, Y, Y, N, N, ~INV}, {40002, 40005}},
         {"nothing allowed", KvTrayMenuFlags{}, {40002, 40005, 40006, 40008}},
     };
     for (const auto& c : cases)
