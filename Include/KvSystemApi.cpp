@@ -192,6 +192,7 @@ const KvSystemApi g_defaultSystemApi = {
     SysGetScreenSaverRunning,
     OpenDesktopW,
     EnumDesktopWindows,
+    FindWindowW,
 };
 
 std::atomic<const KvSystemApi*> g_pSystemApi{&g_defaultSystemApi};

@@ -73,6 +73,9 @@ struct KvSystemApi
     // EnumDesktopWindows, as KillScreenSaver walks that desktop. Under Wine the windows of a desktop
     // that is not the input desktop never count as visible, so a test lists windows of its own.
     BOOL(WINAPI* pfnEnumDesktopWindows)(HDESK hDesktop, WNDENUMPROC lpfn, LPARAM lParam);
+    // FindWindowW, as IsUserDesktopInitialized looks for the shell's taskbar. Every desktop under
+    // Wine has one, so a test stands in for a shell that is not up yet.
+    HWND(WINAPI* pfnFindWindowW)(LPCWSTR lpClassName, LPCWSTR lpWindowName);
 };
 
 // The table in use. Thread-safe to read; the entries are called from any thread.

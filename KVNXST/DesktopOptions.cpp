@@ -3,6 +3,7 @@
 #include "KVNXSTWindow.h"
 #include "KvLogging.h"
 #include "KvSystemApi.h"
+#include "UtilWTS.h"
 
 #include <windows.h>
 
@@ -29,13 +30,171 @@ int LockWorkstation()
     return 1;
 }
 
-// Switching desktop decorations off while viewers watch is not part of this build yet. The calls
-// arrive from the connection thread and the tray window and are logged.
+namespace
+{
+
+// Session-only changes: the user's profile keeps the true settings, which the restore reads back.
+constexpr UINT KV_SPI_SESSION = SPIF_SENDCHANGE;
+constexpr wchar_t KV_DESKTOP_KEY[] = L"Control Panel\\Desktop";
+constexpr DWORD KV_PROFILE_DATA_SIZE = 260; // bytes: a longer path is not read back
+
+// The note an agent leaves while options are off, in a volatile key that goes at logoff.
+constexpr wchar_t KV_NOTE_PARENT[] = L"Software\\Kestrova Development\\Vexa Remote Control";
+constexpr wchar_t KV_NOTE_KEY[] = L"Software\\Kestrova Development\\Vexa Remote Control\\Session";
+constexpr wchar_t KV_NOTE_VALUE[] = L"DesktopOptionsChanged";
+
+struct DesktopOptionsNote
+{
+    DWORD dwChanged;
+    DWORD dwProcessId; // the agent that changed them
+};
+
+// The on/off effects, in the order they are switched off and restored.
+struct DesktopEffect
+{
+    int nBit;
+    UINT uGet;
+    UINT uSet;
+    bool bValueInUiParam;
+};
+constexpr DesktopEffect KV_EFFECTS[] = {
+    {0x0010, SPI_GETFONTSMOOTHING, SPI_SETFONTSMOOTHING, true},
+    {0x0020, SPI_GETDRAGFULLWINDOWS, SPI_SETDRAGFULLWINDOWS, true},
+    {0x0040, SPI_GETDROPSHADOW, SPI_SETDROPSHADOW, false},
+    {0x0080, SPI_GETMENUFADE, SPI_SETMENUFADE, false},
+    {0x0100, SPI_GETMENUANIMATION, SPI_SETMENUANIMATION, false},
+    {0x0200, SPI_GETGRADIENTCAPTIONS, SPI_SETGRADIENTCAPTIONS, false},
+    {0x0400, SPI_GETCURSORSHADOW, SPI_SETCURSORSHADOW, false},
+    {0x0800, SPI_GETCOMBOBOXANIMATION, SPI_SETCOMBOBOXANIMATION, false},
+    {0x1000, SPI_GETSELECTIONFADE, SPI_SETSELECTIONFADE, false},
+    {0x2000, SPI_GETTOOLTIPANIMATION, SPI_SETTOOLTIPANIMATION, false},
+    {0x4000, SPI_GETTOOLTIPFADE, SPI_SETTOOLTIPFADE, false},
+};
+
+BOOL SetEffect(const DesktopEffect& e, UINT uValue)
+{
+    if (e.bValueInUiParam)
+        return SystemParametersInfoW(e.uSet, uValue, nullptr, KV_SPI_SESSION);
+    return SystemParametersInfoW(e.uSet, 0, reinterpret_cast<PVOID>(static_cast<UINT_PTR>(uValue)),
+                                 KV_SPI_SESSION);
+}
+
+// Reads a string of "Control Panel\Desktop" into sz (260 units); its size in bytes, or -1.
+LONG ReadProfileString(HKEY hKey, const wchar_t* szName, wchar_t (&sz)[MAX_PATH])
+{
+    sz[0] = L'\0';
+    DWORD cb = KV_PROFILE_DATA_SIZE, dwType = 0;
+    const LONG lResult = RegQueryValueExW(hKey, szName, nullptr, &dwType, reinterpret_cast<BYTE*>(sz), &cb);
+    if (lResult != ERROR_SUCCESS || (dwType != REG_SZ && dwType != REG_EXPAND_SZ))
+    {
+        LOG4CXX_DEBUG(logger, L"\"" << szName << L"\" not read. Error = " << lResult);
+        return -1;
+    }
+    sz[MAX_PATH - 1] = L'\0';
+    return static_cast<LONG>(cb);
+}
+
+bool ReadNote(DesktopOptionsNote& note)
+{
+    HKEY hKey = nullptr;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, KV_NOTE_KEY, 0, KEY_QUERY_VALUE, &hKey) != ERROR_SUCCESS)
+        return false;
+    DWORD cb = sizeof note, dwType = 0;
+    const LONG lResult =
+        RegQueryValueExW(hKey, KV_NOTE_VALUE, nullptr, &dwType, reinterpret_cast<BYTE*>(&note), &cb);
+    RegCloseKey(hKey);
+    return lResult == ERROR_SUCCESS && dwType == REG_BINARY && cb == sizeof note;
+}
+
+// A note is ours to act on when this process wrote it or its writer has gone.
+bool NoteIsOrphanedOrOwn(const DesktopOptionsNote& note)
+{
+    if (note.dwProcessId == GetCurrentProcessId())
+        return true;
+    HANDLE hProcess = OpenProcess(SYNCHRONIZE, FALSE, note.dwProcessId);
+    if (hProcess == nullptr)
+        return true;
+    const bool bGone = WaitForSingleObject(hProcess, 0) != WAIT_TIMEOUT;
+    CloseHandle(hProcess);
+    return bGone;
+}
+
+void WriteNote(int nChanged)
+{
+    HKEY hParent = nullptr, hKey = nullptr;
+    LONG lResult = RegCreateKeyExW(HKEY_CURRENT_USER, KV_NOTE_PARENT, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                   KEY_CREATE_SUB_KEY, nullptr, &hParent, nullptr);
+    if (lResult == ERROR_SUCCESS)
+    {
+        lResult = RegCreateKeyExW(hParent, L"Session", 0, nullptr, REG_OPTION_VOLATILE, KEY_SET_VALUE,
+                                  nullptr, &hKey, nullptr);
+        RegCloseKey(hParent);
+    }
+    if (lResult == ERROR_SUCCESS)
+    {
+        const DesktopOptionsNote note = {static_cast<DWORD>(nChanged), GetCurrentProcessId()};
+        lResult = RegSetValueExW(hKey, KV_NOTE_VALUE, 0, REG_BINARY, reinterpret_cast<const BYTE*>(&note),
+                                 sizeof note);
+        RegCloseKey(hKey);
+    }
+    if (lResult != ERROR_SUCCESS)
+        LOG4CXX_WARN(logger, L"The desktop options note cannot be written. Error = " << lResult);
+}
+
+void ClearNote()
+{
+    DesktopOptionsNote note = {};
+    if (ReadNote(note) && NoteIsOrphanedOrOwn(note))
+    {
+        HKEY hKey = nullptr;
+        if (RegOpenKeyExW(HKEY_CURRENT_USER, KV_NOTE_KEY, 0, KEY_SET_VALUE, &hKey) == ERROR_SUCCESS)
+        {
+            RegDeleteValueW(hKey, KV_NOTE_VALUE);
+            RegCloseKey(hKey);
+        }
+    }
+}
+
+} // namespace
 
 void CTaskBarWindow::SetDesktopOptions(int nOptions)
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::SetDesktopOptions");
-    LOG4CXX_WARN(logger, L"Desktop options are not built yet: mask " << nOptions << L" not applied.");
+    LOG4CXX_INFO(logger,
+                 L"nOptions=" << nOptions << L" m_bDesktopOptionsPending=" << m_bDesktopOptionsPending);
+    if (m_bDesktopOptionsPending != 0)
+        return;
+    if (nOptions > 1)
+        m_nDesktopOptions = nOptions;
+    if (!IsUserDesktopInitialized())
+    {
+        // Changes made before the shell is up are lost when it starts: wait for its taskbar.
+        m_bDesktopOptionsPending = SetTimer(m_hWnd, KV_TIMER_DESKTOP_POLL, 250, nullptr);
+        return;
+    }
+
+    if ((nOptions & 0x0002) &&
+        SystemParametersInfoW(SPI_SETDESKPATTERN, 0, const_cast<wchar_t*>(L""), KV_SPI_SESSION))
+        m_nDesktopResets |= 0x0002;
+    if (nOptions & 0x0004)
+    {
+        wchar_t szWallpaper[MAX_PATH] = {};
+        if (SystemParametersInfoW(SPI_GETDESKWALLPAPER, MAX_PATH, szWallpaper, 0) &&
+            szWallpaper[0] != L'\0' &&
+            SystemParametersInfoW(SPI_SETDESKWALLPAPER, 0, const_cast<wchar_t*>(L""), KV_SPI_SESSION))
+            m_nDesktopResets |= 0x0004;
+    }
+    for (const DesktopEffect& e : KV_EFFECTS)
+    {
+        DWORD dwValue = 0;
+        // Only what is on is switched off, so only what the user had is restored.
+        if ((nOptions & e.nBit) && SystemParametersInfoW(e.uGet, 0, &dwValue, 0) && dwValue != 0 &&
+            SetEffect(e, 0))
+            m_nDesktopResets |= e.nBit;
+    }
+    LOG4CXX_INFO(logger, L"m_nDesktopResets=" << m_nDesktopResets);
+    if (m_nDesktopResets > 1)
+        WriteNote(m_nDesktopResets);
 }
 
 void CTaskBarWindow::SetDesktopOptionsDelayed()
@@ -48,5 +207,48 @@ void CTaskBarWindow::SetDesktopOptionsDelayed()
 void CTaskBarWindow::RetoreDesktopOptions()
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::RetoreDesktopOptions");
-    LOG4CXX_DEBUG(logger, L"Desktop options are not built yet: nothing to restore.");
+    m_nDesktopOptions = 1;
+    const int nChanged = m_nDesktopResets;
+    LOG4CXX_INFO(logger, L"m_nDesktopResets=" << nChanged);
+    if (nChanged <= 1)
+        return;
+
+    HKEY hKey = nullptr;
+    const LONG lOpen = RegOpenKeyExW(HKEY_CURRENT_USER, KV_DESKTOP_KEY, 0, KEY_QUERY_VALUE, &hKey);
+    if (lOpen != ERROR_SUCCESS)
+    {
+        LOG4CXX_WARN(logger, L"\"" << KV_DESKTOP_KEY << L"\" cannot be opened. Error = " << lOpen);
+        hKey = nullptr;
+    }
+    wchar_t szValue[MAX_PATH] = {};
+    for (const DesktopEffect& e : KV_EFFECTS)
+    {
+        if (!(nChanged & e.nBit))
+            continue;
+        // Font smoothing the user has off in the profile stays off.
+        if (e.nBit == 0x0010 &&
+            (hKey == nullptr || ReadProfileString(hKey, L"FontSmoothing", szValue) < 0 || szValue[0] == L'0'))
+            continue;
+        SetEffect(e, 1);
+    }
+    if ((nChanged & 0x0002) && hKey != nullptr && ReadProfileString(hKey, L"Pattern", szValue) >= 2)
+        SystemParametersInfoW(SPI_SETDESKPATTERN, 0, szValue, KV_SPI_SESSION);
+    if ((nChanged & 0x0004) && hKey != nullptr && ReadProfileString(hKey, L"Wallpaper", szValue) >= 2)
+        SystemParametersInfoW(SPI_SETDESKWALLPAPER, 0, szValue, KV_SPI_SESSION);
+    if (hKey != nullptr)
+        RegCloseKey(hKey);
+    ClearNote();
+}
+
+void CTaskBarWindow::RecoverDesktopOptions()
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::RecoverDesktopOptions");
+    DesktopOptionsNote note = {};
+    if (!ReadNote(note) || !NoteIsOrphanedOrOwn(note))
+        return;
+    LOG4CXX_INFO(logger, L"Desktop options left off by process " << note.dwProcessId << L": mask "
+                                                                 << note.dwChanged << L" restored.");
+    m_nDesktopResets |= static_cast<int>(note.dwChanged);
+    RetoreDesktopOptions();
+    m_nDesktopResets = 1;
 }

@@ -97,7 +97,7 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
       m_nMode(1), m_bAboutRequested(0), m_bReplyReceived(0), m_bReverseConnectActive(0), m_hWnd(nullptr),
       m_nNotifyKind(KV_NOTIFY_CONNECT), m_pSocket(nullptr), m_bClosing(0), m_uiPort(uiPort),
       m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_bMsgBoxError(0), m_szMsgBoxText(),
-      m_szMsgBoxCaption(), m_nDesktopResets(1), m_nDesktopOptions(0), m_bFirstNotify(1),
+      m_szMsgBoxCaption(), m_nDesktopResets(1), m_nDesktopOptions(1), m_bFirstNotify(1),
       m_TempFiles(new std::list<std::wstring>), m_strTempIni(new std::wstring), m_strTempData(new std::wstring),
       m_hDropWnd(nullptr), m_nTrayRetries(0), m_hMenu(nullptr), m_nid(), m_bShellBalloons(0),
       m_hIconConnected(nullptr), m_hIconIdle(nullptr), m_hIconPending(nullptr), m_hIconExtra(nullptr),
@@ -108,6 +108,8 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
     KvLogBlock logBlock(logger, L"CTaskBarWindow::CTaskBarWindow");
     LOG4CXX_INFO(logger, L"uiPort=" << uiPort);
     CoInitialize(nullptr);
+    // An agent that died with the desktop stripped left a note: put the user's desktop back first.
+    RecoverDesktopOptions();
 
     wchar_t szAccount[240] = {};
     DWORD cchAccount = 240;

@@ -105,6 +105,7 @@ public:
     void SetDesktopOptions(int nOptions);
     void SetDesktopOptionsDelayed();
     void RetoreDesktopOptions();
+    void RecoverDesktopOptions(); // at start-up, after an agent that left options off
 
     // --- Simple file transfer (SFT_DropWindow.cpp).
     int SFT_CreateTempFiles(MSG_TRAYICON_SFT_INIT_TEMP* pInit);

@@ -137,7 +137,7 @@ bool isDesktopLockedWindows10()
 int IsUserDesktopInitialized()
 {
     KvLogBlock logBlock(logger, L"IsUserDesktopInitialized");
-    return FindWindowW(L"Shell_TrayWnd", nullptr) != nullptr ? 1 : 0;
+    return KvGetSystemApi().pfnFindWindowW(L"Shell_TrayWnd", nullptr) != nullptr ? 1 : 0;
 }
 
 int RegisterSessionNotification(HWND hWnd)

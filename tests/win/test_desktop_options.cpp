@@ -1,0 +1,300 @@
+// The desktop options switched off and put back by the tray window object in this process, read
+// back with the system's own getters. Changes are session-only; the user's profile is compared
+// before and after.
+#include "parked_tray_window.h"
+
+#include "KvSystemApi.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+using namespace kvtest;
+
+namespace
+{
+
+struct Effect
+{
+    int nBit;
+    UINT uGet, uSet;
+    bool bUiParam;
+};
+const Effect kEffects[] = {
+    {0x0010, SPI_GETFONTSMOOTHING, SPI_SETFONTSMOOTHING, true},
+    {0x0020, SPI_GETDRAGFULLWINDOWS, SPI_SETDRAGFULLWINDOWS, true},
+    {0x0040, SPI_GETDROPSHADOW, SPI_SETDROPSHADOW, false},
+    {0x0080, SPI_GETMENUFADE, SPI_SETMENUFADE, false},
+    {0x0100, SPI_GETMENUANIMATION, SPI_SETMENUANIMATION, false},
+    {0x0200, SPI_GETGRADIENTCAPTIONS, SPI_SETGRADIENTCAPTIONS, false},
+    {0x0400, SPI_GETCURSORSHADOW, SPI_SETCURSORSHADOW, false},
+    {0x0800, SPI_GETCOMBOBOXANIMATION, SPI_SETCOMBOBOXANIMATION, false},
+    {0x1000, SPI_GETSELECTIONFADE, SPI_SETSELECTIONFADE, false},
+    {0x2000, SPI_GETTOOLTIPANIMATION, SPI_SETTOOLTIPANIMATION, false},
+    {0x4000, SPI_GETTOOLTIPFADE, SPI_SETTOOLTIPFADE, false},
+};
+const wchar_t kDesktopKey[] = L"Control Panel\\Desktop";
+const wchar_t kNoteKey[] = L"Software\\Kestrova Development\\Vexa Remote Control\\Session";
+
+DWORD Get(const Effect& e)
+{
+    DWORD dw = 0;
+    SystemParametersInfoW(e.uGet, 0, &dw, 0);
+    return dw;
+}
+void Put(const Effect& e, UINT u)
+{
+    if (e.bUiParam)
+        SystemParametersInfoW(e.uSet, u, nullptr, SPIF_SENDCHANGE);
+    else
+        SystemParametersInfoW(e.uSet, 0, reinterpret_cast<PVOID>(static_cast<UINT_PTR>(u)), SPIF_SENDCHANGE);
+}
+std::wstring Wallpaper()
+{
+    wchar_t sz[MAX_PATH] = {};
+    SystemParametersInfoW(SPI_GETDESKWALLPAPER, MAX_PATH, sz, 0);
+    return sz;
+}
+void PutWallpaper(const std::wstring& path)
+{
+    SystemParametersInfoW(SPI_SETDESKWALLPAPER, 0, const_cast<wchar_t*>(path.c_str()), SPIF_SENDCHANGE);
+}
+
+// Every value of the profile's desktop key, name to type and bytes.
+std::map<std::wstring, std::pair<DWORD, std::string>> Profile()
+{
+    std::map<std::wstring, std::pair<DWORD, std::string>> values;
+    HKEY hKey = nullptr;
+    if (RegOpenKeyExW(HKEY_CURRENT_USER, kDesktopKey, 0, KEY_READ, &hKey) != ERROR_SUCCESS)
+        return values;
+    for (DWORD i = 0;; ++i)
+    {
+        wchar_t szName[512];
+        char data[8192];
+        DWORD cchName = 512, cbData = sizeof data, dwType = 0;
+        if (RegEnumValueW(hKey, i, szName, &cchName, nullptr, &dwType, reinterpret_cast<BYTE*>(data),
+                          &cbData) != ERROR_SUCCESS)
+            break;
+        values[szName] = {dwType, std::string(data, cbData)};
+    }
+    RegCloseKey(hKey);
+    return values;
+}
+void SetProfileString(const wchar_t* szName, const std::wstring& value)
+{
+    RegSetKeyValueW(HKEY_CURRENT_USER, kDesktopKey, szName, REG_SZ, value.c_str(),
+                    static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+}
+
+bool NotePresent()
+{
+    DWORD cb = 0;
+    return RegGetValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged", RRF_RT_ANY, nullptr, nullptr,
+                        &cb) == ERROR_SUCCESS;
+}
+
+bool g_bShellUp = true;
+HWND WINAPI FakeFindWindowW(LPCWSTR szClass, LPCWSTR szTitle)
+{
+    return g_bShellUp ? FindWindowW(szClass, szTitle) : nullptr;
+}
+
+class DesktopOptions : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_profile = Profile();
+        for (const Effect& e : kEffects)
+            m_session[e.nBit] = Get(e);
+        m_wallpaper = Wallpaper();
+        m_api.pfnFindWindowW = FakeFindWindowW;
+        g_bShellUp = true;
+        m_tray = std::make_unique<ParkedTrayWindow>();
+        ASSERT_TRUE(m_tray->Ready());
+        m_window = m_tray->window.get();
+    }
+    void TearDown() override
+    {
+        m_window->m_nDesktopResets = 1; // the desktop is put back below, not by the window
+        m_tray.reset();
+        RegDeleteKeyValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged");
+        for (const Effect& e : kEffects)
+            Put(e, m_session[e.nBit]);
+        PutWallpaper(m_wallpaper);
+        for (const auto& [name, value] : Profile())
+            if (m_profile.count(name) == 0)
+                RegDeleteKeyValueW(HKEY_CURRENT_USER, kDesktopKey, name.c_str());
+        for (const auto& [name, value] : m_profile)
+            RegSetKeyValueW(HKEY_CURRENT_USER, kDesktopKey, name.c_str(), value.first, value.second.data(),
+                            static_cast<DWORD>(value.second.size()));
+    }
+    // Switches the options of nMask off and then back on as the last viewer leaves; the profile
+    // must not change on the way.
+    void Apply(int nMask)
+    {
+        const auto before = Profile();
+        m_window->SetDesktopOptions(nMask);
+        EXPECT_TRUE(before == Profile());
+    }
+    void Restore()
+    {
+        const auto before = Profile();
+        m_window->m_nConnections = 0;
+        m_window->NotifyDisconnect();
+        EXPECT_EQ(1, m_window->m_nDesktopResets);
+        EXPECT_FALSE(NotePresent());
+        EXPECT_TRUE(before == Profile());
+    }
+
+    std::map<std::wstring, std::pair<DWORD, std::string>> m_profile;
+    std::map<int, DWORD> m_session;
+    std::wstring m_wallpaper;
+    KvSystemApi m_api = KvDefaultSystemApi();
+    std::unique_ptr<ParkedTrayWindow> m_tray;
+    CTaskBarWindow* m_window = nullptr;
+};
+
+} // namespace
+
+TEST_F(DesktopOptions, EachEffectIsSwitchedOffOnlyWhenOnAndPutBackWhenTheLastViewerLeaves)
+{
+    SetProfileString(L"FontSmoothing", L"2");
+    for (const Effect& e : kEffects)
+    {
+        for (UINT uWasOn : {1u, 0u})
+        {
+            SCOPED_TRACE(testing::Message() << "bit 0x" << std::hex << e.nBit << " was on " << uWasOn);
+            for (const Effect& other : kEffects)
+                Put(other, 1);
+            Put(e, uWasOn);
+            ASSERT_EQ(uWasOn, Get(e) != 0);
+            Apply(e.nBit);
+            EXPECT_EQ(0u, Get(e));
+            EXPECT_EQ(uWasOn ? 1 | e.nBit : 1, m_window->m_nDesktopResets);
+            EXPECT_EQ(uWasOn != 0, NotePresent());
+            for (const Effect& other : kEffects)
+                EXPECT_TRUE(other.nBit == e.nBit || Get(other) != 0) << std::hex << other.nBit;
+            Restore();
+            EXPECT_EQ(uWasOn, Get(e) != 0);
+        }
+    }
+}
+
+TEST_F(DesktopOptions, WhatTheUserHadOffOrTooLongToReadBackStaysOff)
+{
+    // Paths of 129 and 130 units: only the first fits the 260 bytes read back from the profile.
+    const std::wstring folder = L"C:\\kvtest-wallpaper";
+    CreateDirectoryW(folder.c_str(), nullptr);
+    const std::wstring fits = folder + L"\\" + std::wstring(129 - folder.size() - 5, L'w') + L".bmp";
+    const std::wstring tooLong = folder + L"\\" + std::wstring(130 - folder.size() - 5, L'w') + L".bmp";
+    ASSERT_EQ(129u, fits.size());
+    const struct
+    {
+        const char* szCase;
+        const wchar_t* szFontSmoothing;
+        std::wstring wallpaper;
+        int nChanged;
+        UINT uFontAfter;
+        std::wstring wallpaperAfter;
+    } rows[] = {
+        {"smoothing on, wallpaper that fits", L"2", fits, 0x15, 1, fits},
+        {"smoothing off in the profile", L"0", fits, 0x15, 0, fits},
+        {"wallpaper too long for the profile read", L"2", tooLong, 0x15, 1, L""},
+        {"no wallpaper", L"2", L"", 0x11, 1, L""},
+    };
+    for (const auto& r : rows)
+    {
+        SCOPED_TRACE(r.szCase);
+        SetProfileString(L"FontSmoothing", r.szFontSmoothing);
+        SetProfileString(L"Wallpaper", r.wallpaper);
+        Put(kEffects[0], 1);
+        PutWallpaper(r.wallpaper);
+        ASSERT_EQ(r.wallpaper, Wallpaper());
+        Apply(0x0014);
+        EXPECT_EQ(r.nChanged, m_window->m_nDesktopResets);
+        EXPECT_EQ(0u, Get(kEffects[0]));
+        EXPECT_EQ(L"", Wallpaper());
+        Restore();
+        EXPECT_EQ(r.uFontAfter, Get(kEffects[0]));
+        EXPECT_EQ(r.wallpaperAfter, Wallpaper());
+    }
+    RemoveDirectoryW(folder.c_str());
+}
+
+TEST_F(DesktopOptions, BitsWithoutASettingAndRequestsOfNothingChangeNothing)
+{
+    for (const Effect& e : kEffects)
+        Put(e, 1);
+    m_window->SetDesktopOptions(0x0009);
+    m_window->m_nDesktopOptions = 0;
+    m_window->SetDesktopOptionsDelayed();
+    m_window->m_nDesktopOptions = 1;
+    m_window->SetDesktopOptionsDelayed();
+    EXPECT_EQ(1, m_window->m_nDesktopResets);
+    EXPECT_FALSE(NotePresent());
+    for (const Effect& e : kEffects)
+        EXPECT_NE(0u, Get(e)) << std::hex << e.nBit;
+    // A new viewer re-applies the last request.
+    m_window->m_nDesktopOptions = 0x0040;
+    m_window->SetDesktopOptionsDelayed();
+    EXPECT_EQ(0x0041, m_window->m_nDesktopResets);
+}
+
+TEST_F(DesktopOptions, BeforeTheShellIsUpTheRequestWaitsForItsTaskbarThenTwoAndAHalfSeconds)
+{
+    const Effect& shadow = kEffects[2];
+    const Effect& fade = kEffects[3];
+    Put(shadow, 1);
+    Put(fade, 1);
+    KvScopedSystemApi scoped(m_api);
+    g_bShellUp = false;
+    m_window->SetDesktopOptions(shadow.nBit);
+    EXPECT_EQ(KV_TIMER_DESKTOP_POLL, m_window->m_bDesktopOptionsPending);
+    m_window->SetDesktopOptions(fade.nBit); // ignored while one waits
+    EXPECT_EQ(shadow.nBit, m_window->m_nDesktopOptions);
+
+    // The window's own timers run: nothing happens while the taskbar is missing.
+    const auto pump = [](DWORD ms, const std::function<bool()>& done)
+    {
+        const ULONGLONG start = GetTickCount64();
+        MSG msg;
+        while (!done() && GetTickCount64() - start < ms)
+        {
+            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+                DispatchMessageW(&msg);
+            Sleep(10);
+        }
+        return GetTickCount64() - start;
+    };
+    pump(1000, [] { return false; });
+    EXPECT_NE(0u, Get(shadow));
+    g_bShellUp = true;
+    const ULONGLONG ms = pump(6000, [&] { return m_window->m_bDesktopOptionsPending == 0; });
+    EXPECT_GE(ms, 2500u);
+    EXPECT_LE(ms, 4000u);
+    EXPECT_EQ(0u, Get(shadow));
+    EXPECT_NE(0u, Get(fade));
+    EXPECT_EQ(1 | shadow.nBit, m_window->m_nDesktopResets);
+}
+
+TEST_F(DesktopOptions, AnAgentThatDiedWithOptionsOffIsUndoneByTheNextOne)
+{
+    const Effect& shadow = kEffects[2];
+    Put(shadow, 1);
+    m_window->SetDesktopOptions(shadow.nBit | 0x0009);
+    ASSERT_EQ(0u, Get(shadow));
+    ASSERT_TRUE(NotePresent());
+    // Gone without a restore, as when killed.
+    m_window->m_nDesktopResets = 1;
+    m_tray.reset();
+    ASSERT_TRUE(NotePresent());
+    m_tray = std::make_unique<ParkedTrayWindow>();
+    m_window = m_tray->window.get();
+    EXPECT_NE(0u, Get(shadow));
+    EXPECT_FALSE(NotePresent());
+    EXPECT_EQ(1, m_window->m_nDesktopResets);
+}
