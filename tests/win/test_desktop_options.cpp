@@ -2,6 +2,7 @@
 // back with the system's own getters. Changes are session-only; the user's profile is compared
 // before and after.
 #include "parked_tray_window.h"
+#include "resident_agent.h"
 
 #include "KvSystemApi.h"
 
@@ -297,4 +298,33 @@ TEST_F(DesktopOptions, AnAgentThatDiedWithOptionsOffIsUndoneByTheNextOne)
     EXPECT_NE(0u, Get(shadow));
     EXPECT_FALSE(NotePresent());
     EXPECT_EQ(1, m_window->m_nDesktopResets);
+}
+
+// The built agent killed with options off: the next agent started in the session puts them back.
+// Another test's agent may start first and do it; that run proves less and says so.
+TEST_F(DesktopOptions, AKilledAgentsOptionsComeBackWhenTheNextAgentStarts)
+{
+    Put(kEffects[2], 1);
+    DWORD dwKilled = 0;
+    {
+        Resident r;
+        ASSERT_TRUE(r.Ready());
+        ASSERT_TRUE(r.Start());
+        ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+        r.sim.Play({"effects 0x40", "expect 50005"});
+        ASSERT_TRUE(r.WaitForLog("INFO", "DesktopOptions", "m_nDesktopResets=65")) << r.Story();
+        dwKilled = r.agent.Id();
+        EXPECT_EQ(999u, r.agent.End());
+    }
+    if (!NotePresent())
+        GTEST_SKIP() << "another agent restored the options first";
+    Resident r;
+    ASSERT_TRUE(r.Ready());
+    ASSERT_TRUE(r.Start());
+    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    EXPECT_FALSE(NotePresent());
+    const std::string restored =
+        "Desktop options left off by process " + std::to_string(dwKilled) + ": mask 65 restored.";
+    if (!r.WaitForLog("INFO", "DesktopOptions", restored, 0))
+        GTEST_SKIP() << "another agent restored the options first";
 }
