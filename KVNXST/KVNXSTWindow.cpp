@@ -10,7 +10,6 @@
 #include "DesktopSwitchWatcher.h"
 #include "JoinAttendedSessionDialog.h"
 #include "KVNXST.h"
-#include "KvHandles.h"
 #include "KvLogging.h"
 #include "KvSocket.h"
 #include "NotifyDialog.h"
