@@ -328,3 +328,30 @@ TEST_F(DesktopOptions, AKilledAgentsOptionsComeBackWhenTheNextAgentStarts)
     if (!r.WaitForLog("INFO", "DesktopOptions", restored, 0))
         GTEST_SKIP() << "another agent restored the options first";
 }
+
+// The agent's own ends, the service's exit request and the link dropping, put the options back
+// before the agent is gone: its restore runs with the changed mask and the note is cleared.
+TEST_F(DesktopOptions, TheServicesExitAndADroppedLinkRestoreBeforeTheAgentEnds)
+{
+    Put(kEffects[2], 1);
+    const struct
+    {
+        const char* szEnd;
+        DWORD dwExitCode;
+    } ends[] = {{"exit", Code(KV_EXIT_CODE_ENDED)}, {"hang-up", 0}};
+    for (const auto& end : ends)
+    {
+        Resident r;
+        ASSERT_TRUE(r.Ready());
+        ASSERT_TRUE(r.Start());
+        ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+        r.sim.Play({"effects 0x40", "expect 50005"});
+        ASSERT_TRUE(r.WaitForLog("INFO", "DesktopOptions", "m_nDesktopResets=65")) << r.Story();
+        r.sim.Play({end.szEnd});
+        EXPECT_EQ(end.dwExitCode, r.agent.Wait(kE2eWait)) << end.szEnd << r.Story();
+        // Once when switched off, then by each restore (the exit request's and the window's own).
+        EXPECT_LE(2u, CountMessage(r.LogLines(), "INFO", "DesktopOptions", "m_nDesktopResets=65"))
+            << end.szEnd << r.Story();
+        EXPECT_FALSE(NotePresent()) << end.szEnd;
+    }
+}
