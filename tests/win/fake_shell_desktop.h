@@ -4,6 +4,7 @@
 // and finds the agent's windows on that desktop.
 #pragma once
 
+#include "desktop_windows.h"
 #include "fake_shell.h"
 #include "test_logging_support.h"
 
@@ -194,58 +195,5 @@ private:
     bool m_bStarted = false;
     bool m_bReady = false;
 };
-
-// The top-level windows of a desktop with this class (empty: any) and title (empty: any).
-inline std::vector<HWND> DesktopWindows(const std::wstring& desktop, const std::wstring& className,
-                                        const std::wstring& title = std::wstring())
-{
-    struct Search
-    {
-        const std::wstring& className;
-        const std::wstring& title;
-        std::vector<HWND> found;
-    } search{className, title, {}};
-    HDESK hDesk = OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
-    if (hDesk == nullptr)
-        return search.found;
-    EnumDesktopWindows(
-        hDesk,
-        [](HWND hWnd, LPARAM lParam) -> BOOL
-        {
-            auto& s = *reinterpret_cast<Search*>(lParam);
-            wchar_t szClass[256] = {}, szTitle[512] = {};
-            GetClassNameW(hWnd, szClass, 256);
-            GetWindowTextW(hWnd, szTitle, 512);
-            if ((s.className.empty() || s.className == szClass) && (s.title.empty() || s.title == szTitle))
-                s.found.push_back(hWnd);
-            return TRUE;
-        },
-        reinterpret_cast<LPARAM>(&search));
-    CloseDesktop(hDesk);
-    return search.found;
-}
-
-// Shown by its owner. (IsWindowVisible also asks the desktop, and a desktop that is not the input
-// desktop is never visible.)
-inline bool IsShown(HWND hWnd)
-{
-    return IsWindow(hWnd) && (GetWindowLongW(hWnd, GWL_STYLE) & WS_VISIBLE) != 0;
-}
-
-// Polls for such a window on the desktop (a shown one when asked), at most ms; null when none came.
-inline HWND WaitForDesktopWindow(const std::wstring& desktop, const std::wstring& className,
-                                 const std::wstring& title, DWORD ms, bool bVisible = false)
-{
-    const ULONGLONG end = GetTickCount64() + ms;
-    for (;;)
-    {
-        for (HWND hWnd : DesktopWindows(desktop, className, title))
-            if (!bVisible || IsShown(hWnd))
-                return hWnd;
-        if (GetTickCount64() >= end)
-            return nullptr;
-        Sleep(20);
-    }
-}
 
 } // namespace kvtest

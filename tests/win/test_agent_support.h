@@ -2,6 +2,7 @@
 // desktops of the tests' own, and registry values put back after a test.
 #pragma once
 
+#include "desktop_windows.h"
 #include "test_logging_support.h"
 
 #include <windows.h>
@@ -72,30 +73,14 @@ struct AgentRun
 // The tray window of process dwProcessId on the named desktop (empty: this thread's), or null.
 inline HWND FindTrayWindow(const std::wstring& desktop, DWORD dwProcessId)
 {
-    struct Search
+    for (HWND hWnd : DesktopWindows(desktop, L"Kestrova Vexa Tray Icon Class"))
     {
-        DWORD dwProcessId;
-        HWND hFound;
-    } search = {dwProcessId, nullptr};
-    const auto match = [](HWND hWnd, LPARAM lParam) -> BOOL
-    {
-        auto* p = reinterpret_cast<Search*>(lParam);
-        wchar_t szClass[64] = {};
         DWORD dwOwner = 0;
         GetWindowThreadProcessId(hWnd, &dwOwner);
-        if (dwOwner != p->dwProcessId || !GetClassNameW(hWnd, szClass, 64) ||
-            wcscmp(szClass, L"Kestrova Vexa Tray Icon Class") != 0)
-            return TRUE;
-        p->hFound = hWnd;
-        return FALSE;
-    };
-    HDESK hDesk = desktop.empty()
-                      ? GetThreadDesktop(GetCurrentThreadId())
-                      : OpenDesktopW(desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
-    EnumDesktopWindows(hDesk, match, reinterpret_cast<LPARAM>(&search));
-    if (!desktop.empty() && hDesk != nullptr)
-        CloseDesktop(hDesk);
-    return search.hFound;
+        if (dwOwner == dwProcessId)
+            return hWnd;
+    }
+    return nullptr;
 }
 
 // An agent started without waiting for it. It runs until it ends on its own or the test ends
