@@ -149,6 +149,13 @@ BOOL WINAPI SysIsUserAnAdmin()
     return pfn != nullptr ? pfn() : FALSE;
 }
 
+BOOL WINAPI SysPlaySoundW(LPCWSTR pszSound, HMODULE hmod, DWORD fdwSound)
+{
+    QuietLibrary lib(L"Winmm.DLL");
+    auto pfn = lib.Find<decltype(KvSystemApi::pfnPlaySoundW)>("PlaySoundW");
+    return pfn != nullptr ? pfn(pszSound, hmod, fdwSound) : FALSE;
+}
+
 BOOL SysGetInputDesktopName(wchar_t* szName, DWORD cchName)
 {
     if (szName == nullptr || cchName == 0)
@@ -193,6 +200,10 @@ const KvSystemApi g_defaultSystemApi = {
     OpenDesktopW,
     EnumDesktopWindows,
     FindWindowW,
+    SysPlaySoundW,
+    MessageBeep,
+    FlashWindow,
+    GetUserNameW,
 };
 
 std::atomic<const KvSystemApi*> g_pSystemApi{&g_defaultSystemApi};

@@ -76,6 +76,16 @@ struct KvSystemApi
     // FindWindowW, as IsUserDesktopInitialized looks for the shell's taskbar. Every desktop under
     // Wine has one, so a test stands in for a shell that is not up yet.
     HWND(WINAPI* pfnFindWindowW)(LPCWSTR lpClassName, LPCWSTR lpWindowName);
+
+    // --- Sounds and attention. Under Wine there are no sound aliases, and a beep or a flash
+    // leaves nothing a test could observe.
+
+    // PlaySoundW, looked up in "Winmm.DLL" at run time, loaded and freed for every call.
+    BOOL(WINAPI* pfnPlaySoundW)(LPCWSTR pszSound, HMODULE hmod, DWORD fdwSound);
+    BOOL(WINAPI* pfnMessageBeep)(UINT uType);
+    BOOL(WINAPI* pfnFlashWindow)(HWND hWnd, BOOL bInvert);
+    // GetUserNameW: the account the agent runs as (a service starts it as "SYSTEM").
+    BOOL(WINAPI* pfnGetUserNameW)(LPWSTR lpBuffer, LPDWORD pcbBuffer);
 };
 
 // The table in use. Thread-safe to read; the entries are called from any thread.
