@@ -1,12 +1,17 @@
 #include "NotifyDialog.h"
 
 #include "KVNXST.h"
+#include "KVNXSTWindow.h"
 #include "KvLogging.h"
 #include "KvSystemApi.h"
 #include "NoticePlacement.h"
 #include "resource.h"
 
+#include <mmsystem.h>
 #include <shellapi.h>
+
+#include <cwchar>
+#include <string>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::NotifyDialog));
 
@@ -173,7 +178,11 @@ void SetNotifyDialogLocation(HWND hWnd)
         APPBARDATA abd = {};
         abd.cbSize = sizeof abd;
         RECT rcMonitor = {};
-        if (pfnAppBar(ABM_GETTASKBARPOS, &abd) && GetDisplayWorkArea(abd.rc, rcMonitor))
+        const BOOL bPos = static_cast<BOOL>(pfnAppBar(ABM_GETTASKBARPOS, &abd));
+        LOG4CXX_DEBUG(logger, L"Taskbar " << bPos << L" on edge " << abd.uEdge << L" at " << abd.rc.left
+                                          << L"," << abd.rc.top << L"-" << abd.rc.right << L","
+                                          << abd.rc.bottom);
+        if (bPos && GetDisplayWorkArea(abd.rc, rcMonitor))
         {
             at = KvPlaceBesideTaskbar(abd.uEdge, ToScreenRect(abd.rc), ToScreenRect(rcMonitor), w, h);
             bPlaced = true;
@@ -199,8 +208,268 @@ BOOL VexaPlaySound(const wchar_t* pszSound, HINSTANCE hmod, DWORD fdwSound)
     return KvGetSystemApi().pfnPlaySoundW(pszSound, hmod, fdwSound);
 }
 
-// The notice itself comes with its own change.
-INT_PTR CALLBACK NotifyWndProc(HWND /*hDlg*/, UINT /*uMsg*/, WPARAM /*wParam*/, LPARAM /*lParam*/)
+namespace
 {
-    return FALSE;
+
+constexpr UINT_PTR KV_TIMER_NOTIFY_CLOSE = 222;
+constexpr int KV_NOTIFY_TEXT_MAX = 4096;
+constexpr DWORD KV_SOUND_FLAGS = SND_ALIAS | SND_NOWAIT | SND_NODEFAULT;
+
+// The notice's own gradient; at most one notice exists at a time.
+bool g_bNotifyGradient = false;
+HICON g_hNotifyIcon = nullptr;
+
+// A record's text up to its terminator or the end of its array, whichever comes first.
+template <std::size_t N> std::wstring FieldText(const char16_t (&field)[N])
+{
+    const wchar_t* psz = KvWide(field);
+    return std::wstring(psz, wcsnlen(psz, N));
+}
+
+std::wstring LoadText(UINT uId)
+{
+    const wchar_t* psz = nullptr;
+    const int cch = LoadStringW(g_hResInstance, uId, reinterpret_cast<wchar_t*>(&psz), 0);
+    return cch > 0 && psz != nullptr ? std::wstring(psz, static_cast<std::size_t>(cch)) : std::wstring();
+}
+
+std::wstring FormatNumber(UINT uFormatId, long nValue)
+{
+    wchar_t szText[KV_NOTIFY_TEXT_MAX] = {};
+    _snwprintf_s(szText, _TRUNCATE, LoadText(uFormatId).c_str(), nValue);
+    return szText;
+}
+
+CTaskBarWindow* TrayOf(HWND hDlg)
+{
+    return reinterpret_cast<CTaskBarWindow*>(GetWindowLongPtrW(hDlg, GWLP_USERDATA));
+}
+
+// Kinds 1 and 2: the viewer's record as labelled lines under the kind's first line.
+std::wstring ViewerNoticeBody(const CTaskBarWindow& tray, bool bConnected)
+{
+    const MSG_TRAYICON_CONNECT_INFO& info = tray.m_ConnectInfo;
+    KvNoticeLines lines;
+    lines.first = bConnected ? FieldText(tray.m_Settings.szConnectHeader) : LoadText(IDS_NOTIFY_DISCONNECTED);
+    lines.labels[0] = LoadText(IDS_NOTIFY_LABEL_FIELD1);
+    lines.labels[1] = LoadText(IDS_NOTIFY_LABEL_FIELD2);
+    lines.labels[2] = LoadText(IDS_NOTIFY_LABEL_FIELD3);
+    lines.fields[0] = FieldText(info.szUsername);
+    lines.fields[1] = FieldText(info.szSecondLine);
+    lines.fields[2] = FieldText(info.szThirdLine);
+    if (info.dwTrayIcon == 0)
+        lines.selectorNote = LoadText(IDS_NOTIFY_LINE_SELECTOR_0);
+    else if (info.dwTrayIcon == 2)
+        lines.selectorNote = LoadText(IDS_NOTIFY_LINE_SELECTOR_2);
+    return KvComposeNoticeBody(lines, KV_NOTIFY_TEXT_MAX);
+}
+
+void ShowViewerList(HWND hDlg, const CTaskBarWindow& tray)
+{
+    const bool bButton = tray.m_ConnectInfo.bDisconnectButton != 0;
+    if (bButton)
+    {
+        // No close box: the list stays until the viewers are gone or disconnected.
+        SetWindowLongPtrW(hDlg, GWL_STYLE,
+                          GetWindowLongPtrW(hDlg, GWL_STYLE) & ~static_cast<LONG_PTR>(WS_SYSMENU));
+        SetWindowPos(hDlg, nullptr, 0, 0, 0, 0,
+                     SWP_NOSIZE | SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED);
+        ShowWindow(GetDlgItem(hDlg, IDC_NOTIFY_DISCONNECT), SW_SHOWNA);
+    }
+    SetDlgItemTextW(
+        hDlg, IDC_NOTIFY_HEADING,
+        FormatNumber(IDS_NOTIFY_ALL_HEADING_FMT, static_cast<long>(tray.m_NotifyAll.dwCount)).c_str());
+    const std::wstring text = FieldText(tray.m_NotifyAll.szText);
+    if (text.empty())
+    {
+        SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, LoadText(IDS_NOTIFY_ALL_EMPTY).c_str());
+        return;
+    }
+    HWND hBody = GetDlgItem(hDlg, IDC_NOTIFY_BODY);
+    SetWindowTextW(hBody, text.substr(0, KV_NOTIFY_TEXT_MAX - 1).c_str());
+    ShowScrollBar(hBody, SB_VERT, TRUE);
+    SendMessageW(hBody, EM_SETSEL, 0, 0);
+    if (!bButton)
+        SetFocus(hBody);
+}
+
+void ShowViewerNotice(HWND hDlg, const CTaskBarWindow& tray, bool bConnected)
+{
+    ShowWindow(GetDlgItem(hDlg, IDC_NOTIFY_BODY), SW_HIDE);
+    const std::wstring heading = FieldText(tray.m_Settings.szNotifyHeading);
+    if (!bConnected || !heading.empty())
+        SetDlgItemTextW(hDlg, IDC_NOTIFY_HEADING, heading.c_str());
+    SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, ViewerNoticeBody(tray, bConnected).c_str());
+    PostMessageW(hDlg, WM_KV_NOTIFY_SOUND, 0, bConnected ? 0 : 1);
+}
+
+void OnInitNotice(HWND hDlg, CTaskBarWindow& tray)
+{
+    SetWindowLongPtrW(hDlg, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&tray));
+    g_bNotifyGradient = KvAcquireGradient();
+    g_hNotifyIcon = KvLoadDialogIcon();
+    const std::uint32_t dwSeconds = tray.m_Settings.dwNotifyDisplayTime;
+    if (dwSeconds != 0)
+    {
+        const unsigned long long ullMs = dwSeconds * 1000ull;
+        SetTimer(hDlg, KV_TIMER_NOTIFY_CLOSE,
+                 ullMs < USER_TIMER_MAXIMUM ? static_cast<UINT>(ullMs) : USER_TIMER_MAXIMUM, nullptr);
+    }
+    const std::wstring title = FieldText(tray.m_Settings.szNotifyTitle);
+    if (!title.empty())
+        SetWindowTextW(hDlg, title.c_str());
+    SetNotifyDialogLocation(hDlg);
+    LOG4CXX_INFO(logger, L"Notice of kind " << tray.m_nNotifyKind << L" shown.");
+    switch (tray.m_nNotifyKind)
+    {
+    case 3:
+        ShowViewerList(hDlg, tray);
+        break;
+    case 2:
+        ShowViewerNotice(hDlg, tray, false);
+        break;
+    case 1:
+        ShowViewerNotice(hDlg, tray, true);
+        break;
+    default:
+        break;
+    }
+}
+
+void PlayNoticeSound(HWND hDlg, const CTaskBarWindow& tray, bool bDisconnect)
+{
+    InvalidateRect(hDlg, nullptr, TRUE);
+    UpdateWindow(hDlg);
+    wchar_t szUser[120] = {};
+    DWORD cchUser = 120;
+    if (KvGetSystemApi().pfnGetUserNameW(szUser, &cchUser) && _wcsicmp(szUser, L"system") == 0)
+    {
+        LOG4CXX_INFO(logger, L"No sound: the agent runs as the system account.");
+        return;
+    }
+    if (tray.m_Settings.bQuietWhenIdleIcon != 0 && tray.m_Settings.dwIdleTrayIcon == 1)
+    {
+        LOG4CXX_INFO(logger, L"No sound: the service asks for quiet notices.");
+        return;
+    }
+    const wchar_t* szSound = bDisconnect ? L"WindowsLogoff" : L"WindowsLogon";
+    if (VexaPlaySound(szSound, nullptr, KV_SOUND_FLAGS))
+    {
+        LOG4CXX_INFO(logger, L"Played the sound \"" << szSound << L"\".");
+        return;
+    }
+    LOG4CXX_INFO(logger, L"The sound \"" << szSound << L"\" cannot be played (error " << GetLastError()
+                                         << L"); beeping instead.");
+    KvGetSystemApi().pfnMessageBeep(0);
+}
+
+void PaintNotice(HWND hDlg)
+{
+    PAINTSTRUCT ps;
+    HDC hdc = BeginPaint(hDlg, &ps);
+    if (g_bNotifyGradient)
+    {
+        RECT rcClient;
+        GetClientRect(hDlg, &rcClient);
+        KvPaintGradient(hdc, rcClient);
+    }
+    if (g_hNotifyIcon != nullptr)
+        DrawIconEx(hdc, 2, 2, g_hNotifyIcon, 0, 0, 0, nullptr, DI_NORMAL);
+    HWND hBody = GetDlgItem(hDlg, IDC_NOTIFY_BODY);
+    if (hBody != nullptr && (GetWindowLongW(hBody, GWL_STYLE) & WS_VISIBLE) == 0)
+    {
+        wchar_t szText[KV_NOTIFY_TEXT_MAX] = {};
+        GetWindowTextW(hBody, szText, KV_NOTIFY_TEXT_MAX);
+        RECT rcBody;
+        GetWindowRect(hBody, &rcBody);
+        MapWindowPoints(nullptr, hDlg, reinterpret_cast<POINT*>(&rcBody), 2);
+        SetBkMode(hdc, TRANSPARENT);
+        SetTextColor(hdc, KvDialogTextColour());
+        HGDIOBJ hOldFont = SelectObject(hdc, GetStockObject(ANSI_VAR_FONT));
+        DrawTextW(hdc, szText, -1, &rcBody, DT_EDITCONTROL | DT_WORDBREAK);
+        SelectObject(hdc, hOldFont);
+    }
+    EndPaint(hDlg, &ps);
+}
+
+// The timer and the close box: the notice stays while it offers the disconnect button, and while
+// viewers are connected unless the service's normal icon is shown and nothing asks to keep it.
+void CloseNoticeUnlessKept(HWND hDlg, CTaskBarWindow& tray)
+{
+    const MSG_TRAYICON_CONNECT_INFO& info = tray.m_ConnectInfo;
+    const bool bViewers = static_cast<std::int32_t>(info.dwConnections) >= 1;
+    if (info.bDisconnectButton != 0 ||
+        (bViewers && (info.dwTrayIcon != 1 || tray.m_Settings.bKeepNotifyOpen != 0)))
+    {
+        LOG4CXX_DEBUG(logger, L"The notice stays open.");
+        return;
+    }
+    KillTimer(hDlg, KV_TIMER_NOTIFY_CLOSE);
+    if (hDlg != tray.m_hNotifyDlg)
+        DestroyWindow(hDlg);
+    if (IsWindow(tray.m_hNotifyDlg))
+        DestroyWindow(tray.m_hNotifyDlg);
+    tray.m_hNotifyDlg = nullptr;
+}
+
+} // namespace
+
+INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lParam)
+{
+    LOG4CXX_DEBUG(logger, L"NotifyWndProc iMsg=" << uMsg);
+    if (uMsg == WM_INITDIALOG)
+    {
+        if (lParam != 0)
+            OnInitNotice(hDlg, *reinterpret_cast<CTaskBarWindow*>(lParam));
+        return TRUE;
+    }
+    CTaskBarWindow* pTray = TrayOf(hDlg);
+    if (pTray == nullptr)
+        return FALSE;
+    switch (uMsg)
+    {
+    case WM_KV_NOTIFY_SOUND:
+        PlayNoticeSound(hDlg, *pTray, lParam != 0);
+        return TRUE;
+    case WM_PAINT:
+        PaintNotice(hDlg);
+        return TRUE;
+    case WM_CTLCOLORDLG:
+    case WM_CTLCOLORSTATIC:
+        KvPrepareDialogText(hDlg, reinterpret_cast<HDC>(wParam));
+        return g_bNotifyGradient ? reinterpret_cast<INT_PTR>(GetStockObject(NULL_BRUSH)) : 0;
+    case WM_COMMAND:
+        if (LOWORD(wParam) == IDC_NOTIFY_DISCONNECT)
+        {
+            LOG4CXX_INFO(logger, L"Disconnect asked from the notice.");
+            PostMessageW(pTray->m_hWnd, WM_COMMAND, IDM_DISCONNECT, 0);
+        }
+        return TRUE;
+    case WM_TIMER:
+        if (wParam == KV_TIMER_NOTIFY_CLOSE)
+            CloseNoticeUnlessKept(hDlg, *pTray);
+        return TRUE;
+    case WM_CLOSE:
+        CloseNoticeUnlessKept(hDlg, *pTray);
+        return TRUE;
+    case WM_DESTROY:
+        KillTimer(hDlg, KV_TIMER_NOTIFY_CLOSE);
+        if (pTray->m_hNotifyDlg == hDlg)
+            pTray->m_hNotifyDlg = nullptr;
+        if (g_bNotifyGradient)
+            KvReleaseGradient();
+        g_bNotifyGradient = false;
+        return TRUE;
+    case WM_DISPLAYCHANGE:
+        SetNotifyDialogLocation(hDlg);
+        return TRUE;
+    case WM_SYSCOLORCHANGE:
+    case WM_PALETTECHANGED:
+    case WM_DWMCOMPOSITIONCHANGED:
+        InvalidateRect(hDlg, nullptr, TRUE);
+        UpdateWindow(hDlg);
+        return TRUE;
+    default:
+        return FALSE;
+    }
 }
