@@ -1,12 +1,16 @@
-// The tray window object in this process: its tray menu read back from the open menu itself.
+// The tray window object in this process: its tray menu read back from the open menu itself, and
+// the connect/disconnect notice it opens.
 #include "parked_tray_window.h"
 
+#include "KvSystemApi.h"
 #include "resource.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
 using namespace kvtest;
 
@@ -115,4 +119,161 @@ TEST_F(TrayWindow, OnlyTheMenuMouseMessagesOfItsOwnIconOpenTheMenu)
     g_menuStates.clear();
     SendMessageW(m_window->m_hWnd, WM_KV_TRAY_CALLBACK, KV_TRAY_ICON_ID + 1, WM_RBUTTONUP);
     EXPECT_TRUE(g_menuStates.empty());
+}
+
+// ---- The connect/disconnect notice, opened by the tray window as the connection thread asks.
+
+namespace
+{
+
+struct SoundCalls
+{
+    std::wstring user = L"alice";
+    BOOL bPlayResult = TRUE;
+    std::vector<std::wstring> played;
+    std::vector<DWORD> flags;
+    int nBeeps = 0;
+} g_sound;
+
+BOOL WINAPI FakeGetUserName(LPWSTR lpBuffer, LPDWORD pcch)
+{
+    wcsncpy_s(lpBuffer, *pcch, g_sound.user.c_str(), _TRUNCATE);
+    return TRUE;
+}
+BOOL WINAPI FakePlaySound(LPCWSTR pszSound, HMODULE, DWORD fdwSound)
+{
+    g_sound.played.push_back(pszSound);
+    g_sound.flags.push_back(fdwSound);
+    return g_sound.bPlayResult;
+}
+BOOL WINAPI FakeMessageBeep(UINT)
+{
+    ++g_sound.nBeeps;
+    return TRUE;
+}
+
+class Notice : public TrayWindow
+{
+protected:
+    void SetUp() override
+    {
+        TrayWindow::SetUp();
+        m_api = KvDefaultSystemApi();
+        m_api.pfnGetUserNameW = FakeGetUserName;
+        m_api.pfnPlaySoundW = FakePlaySound;
+        m_api.pfnMessageBeep = FakeMessageBeep;
+        m_scoped = std::make_unique<KvScopedSystemApi>(m_api);
+        g_sound = SoundCalls();
+        m_window->m_ConnectInfo.dwConnections = 1;
+        m_window->m_ConnectInfo.dwTrayIcon = 1;
+        m_window->m_Settings.dwNotifyDisplayTime = 5;
+        m_window->m_Settings.dwIdleTrayIcon = 1;
+    }
+    void TearDown() override
+    {
+        if (IsWindow(m_window->m_hNotifyDlg))
+            DestroyWindow(m_window->m_hNotifyDlg);
+        m_scoped.reset();
+        TrayWindow::TearDown();
+    }
+
+    // Opens a notice of this kind and lets it play its sound.
+    HWND Open(int nKind)
+    {
+        m_window->m_nNotifyKind = nKind;
+        SendMessageW(m_window->m_hWnd, WM_KV_SHOW_NOTIFY_DLG, 1, 0);
+        MSG msg;
+        for (const ULONGLONG end = GetTickCount64() + 300; GetTickCount64() < end; Sleep(10))
+            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+                DispatchMessageW(&msg);
+        return m_window->m_hNotifyDlg;
+    }
+
+    KvSystemApi m_api{};
+    std::unique_ptr<KvScopedSystemApi> m_scoped;
+};
+
+} // namespace
+
+TEST_F(Notice, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForTheSystemOrAQuietService)
+{
+    const struct
+    {
+        const char* szCase;
+        int nKind;
+        const wchar_t* szUser;
+        std::uint32_t bQuiet, dwIdleIcon;
+        BOOL bPlays;
+        const wchar_t* szExpected; // null: nothing played
+        int nBeeps;
+    } cases[] = {
+        {"connect", 1, L"alice", 0, 1, TRUE, L"WindowsLogon", 0},
+        {"disconnect", 2, L"alice", 0, 1, TRUE, L"WindowsLogoff", 0},
+        {"no such sound", 1, L"alice", 0, 1, FALSE, L"WindowsLogon", 1},
+        {"system account", 1, L"SYSTEM", 0, 1, FALSE, nullptr, 0},
+        {"system account, lower case", 2, L"system", 0, 1, FALSE, nullptr, 0},
+        {"quiet with the normal idle icon", 1, L"alice", 1, 1, FALSE, nullptr, 0},
+        {"quiet but another idle icon", 1, L"alice", 1, 2, TRUE, L"WindowsLogon", 0},
+        {"viewer list", 3, L"alice", 0, 1, TRUE, nullptr, 0},
+    };
+    for (const auto& c : cases)
+    {
+        g_sound = SoundCalls();
+        g_sound.user = c.szUser;
+        g_sound.bPlayResult = c.bPlays;
+        m_window->m_Settings.bQuietWhenIdleIcon = c.bQuiet;
+        m_window->m_Settings.dwIdleTrayIcon = c.dwIdleIcon;
+        ASSERT_NE(nullptr, Open(c.nKind)) << c.szCase;
+        if (c.szExpected == nullptr)
+            EXPECT_TRUE(g_sound.played.empty()) << c.szCase;
+        else
+        {
+            ASSERT_EQ(1u, g_sound.played.size()) << c.szCase;
+            EXPECT_EQ(c.szExpected, g_sound.played[0]) << c.szCase;
+            EXPECT_EQ(0x12002u, g_sound.flags[0]) << c.szCase;
+        }
+        EXPECT_EQ(c.nBeeps, g_sound.nBeeps) << c.szCase;
+    }
+}
+
+TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
+{
+    CTaskBarWindow& w = *m_window;
+    const struct
+    {
+        const char* szCase;
+        std::uint32_t dwConnections, dwSelector, bButton, bKeep;
+        bool bStays;
+    } cases[] = {
+        {"last viewer gone", 0, 2, 0, 0, false},
+        {"viewers, normal icon", 1, 1, 0, 0, false},
+        {"viewers, normal icon, keep asked", 1, 1, 0, 1, true},
+        {"viewers, other icon", 2, 2, 0, 0, true},
+        {"viewers, hidden icon", 1, 0, 0, 0, true},
+        {"disconnect button", 0, 1, 1, 0, true},
+        {"count -1 is no viewer", 0xFFFFFFFF, 2, 0, 0, false},
+    };
+    for (UINT uMsg : {WM_TIMER, WM_CLOSE})
+        for (const auto& c : cases)
+        {
+            w.m_ConnectInfo.dwConnections = c.dwConnections;
+            w.m_ConnectInfo.dwTrayIcon = c.dwSelector;
+            w.m_ConnectInfo.bDisconnectButton = c.bButton;
+            w.m_Settings.bKeepNotifyOpen = c.bKeep;
+            const HWND hNotice = Open(1);
+            ASSERT_NE(nullptr, hNotice) << c.szCase;
+            SendMessageW(hNotice, uMsg, uMsg == WM_TIMER ? 222 : 0, 0);
+            EXPECT_EQ(c.bStays, IsWindow(hNotice) != FALSE)
+                << c.szCase << (uMsg == WM_TIMER ? " (timer)" : " (close)");
+            EXPECT_EQ(c.bStays ? hNotice : nullptr, w.m_hNotifyDlg) << c.szCase;
+        }
+
+    // Display time 0: no timer at all; otherwise the display time's period.
+    w.m_ConnectInfo = {};
+    for (std::uint32_t dwSeconds : {0u, 3u})
+    {
+        w.m_Settings.dwNotifyDisplayTime = dwSeconds;
+        const HWND hNotice = Open(2);
+        EXPECT_EQ(dwSeconds != 0, KillTimer(hNotice, 222) != FALSE) << "display time " << dwSeconds;
+    }
 }
