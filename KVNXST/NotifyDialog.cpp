@@ -358,8 +358,7 @@ void PlayNoticeSound(HWND hDlg, const CTaskBarWindow& tray, bool bDisconnect)
         LOG4CXX_INFO(logger, L"Played the sound \"" << szSound << L"\".");
         return;
     }
-    LOG4CXX_INFO(logger, L"The sound \"" << szSound << L"\" cannot be played (error " << GetLastError()
-                                         << L"); beeping instead.");
+    LOG4CXX_INFO(logger, L"The sound \"" << szSound << L"\" cannot be played; beeping instead.");
     KvGetSystemApi().pfnMessageBeep(0);
 }
 
