@@ -277,3 +277,19 @@ TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
         EXPECT_EQ(dwSeconds != 0, KillTimer(hNotice, 222) != FALSE) << "display time " << dwSeconds;
     }
 }
+
+TEST_F(Notice, DisplayChangePutsItBackBesideTheTaskbar)
+{
+    const HWND hNotice = Open(2);
+    ASSERT_NE(nullptr, hNotice);
+    RECT rcPlaced, rcMoved, rcBack;
+    GetWindowRect(hNotice, &rcPlaced);
+    SetWindowPos(hNotice, nullptr, 5, 5, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+    GetWindowRect(hNotice, &rcMoved);
+    ASSERT_EQ(5, rcMoved.left);
+    SendMessageW(hNotice, WM_DISPLAYCHANGE, 32, MAKELPARAM(1024, 768));
+    GetWindowRect(hNotice, &rcBack);
+    EXPECT_EQ(rcPlaced.left, rcBack.left);
+    EXPECT_EQ(rcPlaced.top, rcBack.top);
+    EXPECT_NE(5, rcBack.left);
+}
