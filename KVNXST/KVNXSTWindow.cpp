@@ -594,7 +594,7 @@ void CTaskBarWindow::OpenAbout()
     const MSG_TRAYICON_TYPE_ONLY request = KvBuildTypeOnly(MSG_TYPE_TRAYICON_IP_ADDRESSES);
     SendToService(&request, sizeof request);
     WaitForReply();
-    ShowDialog(m_hWnd, IDD_ABOUT, AboutWndProc, reinterpret_cast<LPARAM>(&m_AboutInfo));
+    ShowDialog(m_hWnd, IDD_ABOUT, AboutWndProc, reinterpret_cast<LPARAM>(&m_Settings));
     m_bAboutRequested = 0;
 }
 
