@@ -1,0 +1,395 @@
+#include "UiDriver.h"
+
+#include <cwchar>
+
+namespace kvui
+{
+
+namespace
+{
+
+constexpr DWORD kPollMs = 20;
+constexpr int kTextUnits = 8096;
+
+bool SameClass(const wchar_t* a, const std::wstring& b)
+{
+    // Class names are not case-sensitive.
+    return b.empty() || _wcsicmp(a, b.c_str()) == 0;
+}
+
+// A message the other side must answer within the timeout; false when it did not or is hung.
+bool Ask(HWND hWnd, UINT uMsg, WPARAM wParam, LPARAM lParam, LRESULT* pResult = nullptr)
+{
+    DWORD_PTR result = 0;
+    if (SendMessageTimeoutW(hWnd, uMsg, wParam, lParam, SMTO_ABORTIFHUNG | SMTO_BLOCK, kMessageTimeoutMs,
+                            &result) == 0)
+        return false;
+    if (pResult != nullptr)
+        *pResult = static_cast<LRESULT>(result);
+    return true;
+}
+
+bool IsEnabledAndShown(HWND hWnd)
+{
+    return IsShown(hWnd) && IsWindowEnabled(hWnd);
+}
+
+int CheckState(HWND hWnd, const wchar_t* szClass, LONG style)
+{
+    if (_wcsicmp(szClass, L"Button") != 0)
+        return -1;
+    switch (style & BS_TYPEMASK)
+    {
+    case BS_CHECKBOX:
+    case BS_AUTOCHECKBOX:
+    case BS_3STATE:
+    case BS_AUTO3STATE:
+    case BS_RADIOBUTTON:
+    case BS_AUTORADIOBUTTON:
+    {
+        LRESULT state = 0;
+        return Ask(hWnd, BM_GETCHECK, 0, 0, &state) ? static_cast<int>(state) : -1;
+    }
+    default:
+        return -1;
+    }
+}
+
+Control Describe(HWND hWnd)
+{
+    Control c;
+    c.hWnd = hWnd;
+    c.id = GetDlgCtrlID(hWnd);
+    wchar_t szClass[256] = {};
+    GetClassNameW(hWnd, szClass, 256);
+    c.className = szClass;
+    c.style = GetWindowLongW(hWnd, GWL_STYLE);
+    c.text = ReadText(hWnd).value_or(std::wstring());
+    c.shown = IsShown(hWnd);
+    c.enabled = IsWindowEnabled(hWnd) != FALSE;
+    c.checked = CheckState(hWnd, szClass, c.style);
+    return c;
+}
+
+HWND ControlById(HWND hParent, int id)
+{
+    HWND hDirect = GetDlgItem(hParent, id);
+    if (hDirect != nullptr)
+        return hDirect;
+    struct Search
+    {
+        int id;
+        HWND found;
+    } search{id, nullptr};
+    EnumChildWindows(
+        hParent,
+        [](HWND hWnd, LPARAM lParam) -> BOOL
+        {
+            auto& s = *reinterpret_cast<Search*>(lParam);
+            if (GetDlgCtrlID(hWnd) != s.id)
+                return TRUE;
+            s.found = hWnd;
+            return FALSE;
+        },
+        reinterpret_cast<LPARAM>(&search));
+    return search.found;
+}
+
+// Tells the control's parent, as the control itself would.
+bool Notify(HWND hControl, WORD wCode)
+{
+    HWND hParent = GetParent(hControl);
+    return hParent != nullptr &&
+           PostMessageW(hParent, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(hControl), wCode),
+                        reinterpret_cast<LPARAM>(hControl)) != FALSE;
+}
+
+void PostKey(HWND hWnd, UINT vk)
+{
+    const LPARAM scan = static_cast<LPARAM>(MapVirtualKeyW(vk, MAPVK_VK_TO_VSC)) << 16;
+    PostMessageW(hWnd, WM_KEYDOWN, vk, scan | 1);
+    PostMessageW(hWnd, WM_KEYUP, vk, scan | 1 | (static_cast<LPARAM>(3) << 30));
+}
+
+struct MenuTarget
+{
+    bool found = false;
+    bool greyed = false;
+    int position = 0; // among the items the keyboard stops at
+    int stops = 0;    // how many such items there are
+};
+
+// Where the command sits in the menu, counting what the arrow keys stop at: everything but separators.
+MenuTarget Locate(HMENU hMenu, UINT commandId, bool bKnowsState)
+{
+    MenuTarget target;
+    const int count = GetMenuItemCount(hMenu);
+    for (int i = 0; i < count; ++i)
+    {
+        const UINT state = GetMenuState(hMenu, static_cast<UINT>(i), MF_BYPOSITION);
+        if (state != static_cast<UINT>(-1) && (state & MF_SEPARATOR) != 0 && (state & MF_POPUP) == 0)
+            continue;
+        if (!target.found && GetMenuItemID(hMenu, i) == commandId)
+        {
+            target.found = true;
+            target.position = target.stops;
+            target.greyed = bKnowsState && (state & (MF_GRAYED | MF_DISABLED)) != 0;
+        }
+        ++target.stops;
+    }
+    return target;
+}
+
+} // namespace
+
+std::vector<HWND> FindWindows(const WindowQuery& query)
+{
+    struct Search
+    {
+        const WindowQuery& query;
+        std::vector<HWND> found;
+    } search{query, {}};
+    HDESK hDesk = query.desktop.empty()
+                      ? GetThreadDesktop(GetCurrentThreadId())
+                      : OpenDesktopW(query.desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
+    if (hDesk == nullptr)
+        return search.found;
+    EnumDesktopWindows(
+        hDesk,
+        [](HWND hWnd, LPARAM lParam) -> BOOL
+        {
+            auto& s = *reinterpret_cast<Search*>(lParam);
+            wchar_t szClass[256] = {}, szTitle[512] = {};
+            GetClassNameW(hWnd, szClass, 256);
+            GetWindowTextW(hWnd, szTitle, 512);
+            DWORD dwProcess = 0;
+            GetWindowThreadProcessId(hWnd, &dwProcess);
+            if (SameClass(szClass, s.query.className) && (s.query.title.empty() || s.query.title == szTitle) &&
+                (s.query.processId == 0 || s.query.processId == dwProcess) &&
+                (!s.query.shownOnly || IsShown(hWnd)))
+                s.found.push_back(hWnd);
+            return TRUE;
+        },
+        reinterpret_cast<LPARAM>(&search));
+    if (!query.desktop.empty())
+        CloseDesktop(hDesk);
+    return search.found;
+}
+
+HWND WaitForWindow(const WindowQuery& query, DWORD waitMs)
+{
+    const ULONGLONG end = GetTickCount64() + waitMs;
+    for (;;)
+    {
+        const std::vector<HWND> found = FindWindows(query);
+        if (!found.empty())
+            return found.front();
+        if (GetTickCount64() >= end)
+            return nullptr;
+        Sleep(kPollMs);
+    }
+}
+
+bool IsShown(HWND hWnd)
+{
+    return IsWindow(hWnd) && (GetWindowLongW(hWnd, GWL_STYLE) & WS_VISIBLE) != 0;
+}
+
+bool WaitUntilGone(HWND hWnd, DWORD waitMs)
+{
+    const ULONGLONG end = GetTickCount64() + waitMs;
+    while (IsShown(hWnd))
+    {
+        if (GetTickCount64() >= end)
+            return false;
+        Sleep(kPollMs);
+    }
+    return true;
+}
+
+std::vector<Control> ListControls(HWND hParent)
+{
+    std::vector<HWND> children;
+    if (IsWindow(hParent))
+        EnumChildWindows(
+            hParent,
+            [](HWND hWnd, LPARAM lParam) -> BOOL
+            {
+                reinterpret_cast<std::vector<HWND>*>(lParam)->push_back(hWnd);
+                return TRUE;
+            },
+            reinterpret_cast<LPARAM>(&children));
+    std::vector<Control> controls;
+    controls.reserve(children.size());
+    for (HWND hWnd : children)
+        controls.push_back(Describe(hWnd));
+    return controls;
+}
+
+std::optional<Control> ReadControl(HWND hParent, int id)
+{
+    HWND hWnd = ControlById(hParent, id);
+    if (hWnd == nullptr)
+        return std::nullopt;
+    return Describe(hWnd);
+}
+
+std::optional<std::wstring> ReadText(HWND hWnd)
+{
+    // GetWindowText does not ask another process's control; WM_GETTEXT is carried across.
+    wchar_t szText[kTextUnits] = {};
+    LRESULT cch = 0;
+    if (!IsWindow(hWnd) || !Ask(hWnd, WM_GETTEXT, kTextUnits, reinterpret_cast<LPARAM>(szText), &cch))
+        return std::nullopt;
+    szText[kTextUnits - 1] = L'\0';
+    return std::wstring(szText, wcsnlen(szText, static_cast<size_t>(cch < 0 ? 0 : cch)));
+}
+
+bool ClickButton(HWND hParent, int id)
+{
+    HWND hButton = ControlById(hParent, id);
+    if (hButton == nullptr || !IsEnabledAndShown(hButton))
+        return false;
+    // Posted: the click may open a modal window that would hold a sent message up.
+    return PostMessageW(hButton, BM_CLICK, 0, 0) != FALSE;
+}
+
+bool TypeText(HWND hParent, int id, const std::wstring& text)
+{
+    HWND hEdit = ControlById(hParent, id);
+    if (hEdit == nullptr || !IsEnabledAndShown(hEdit) || (GetWindowLongW(hEdit, GWL_STYLE) & ES_READONLY) != 0)
+        return false;
+    // A replaced selection goes the way typed text goes: EN_CHANGE follows, multi-line edits too
+    // (WM_SETTEXT skips it there).
+    if (!Ask(hEdit, EM_SETSEL, 0, -1) ||
+        !Ask(hEdit, EM_REPLACESEL, TRUE, reinterpret_cast<LPARAM>(text.c_str())))
+        return false;
+    return ReadText(hEdit) == text;
+}
+
+bool SelectComboIndex(HWND hParent, int id, int index)
+{
+    HWND hCombo = ControlById(hParent, id);
+    LRESULT selected = CB_ERR;
+    if (hCombo == nullptr || index < 0 || !IsEnabledAndShown(hCombo) ||
+        !Ask(hCombo, CB_SETCURSEL, static_cast<WPARAM>(index), 0, &selected) || selected != index)
+        return false;
+    // CB_SETCURSEL itself tells nobody.
+    return Notify(hCombo, CBN_SELCHANGE);
+}
+
+bool SelectComboText(HWND hParent, int id, const std::wstring& text)
+{
+    HWND hCombo = ControlById(hParent, id);
+    LRESULT index = CB_ERR;
+    if (hCombo == nullptr ||
+        !Ask(hCombo, CB_FINDSTRINGEXACT, static_cast<WPARAM>(-1), reinterpret_cast<LPARAM>(text.c_str()),
+             &index) ||
+        index == CB_ERR)
+        return false;
+    return SelectComboIndex(hParent, id, static_cast<int>(index));
+}
+
+bool CloseWindow(HWND hWnd)
+{
+    return IsWindow(hWnd) && PostMessageW(hWnd, WM_CLOSE, 0, 0) != FALSE;
+}
+
+HWND OpenTrayMenu(const TrayIcon& icon, DWORD waitMs)
+{
+    const ULONGLONG end = GetTickCount64() + waitMs;
+    HWND hOwner = WaitForWindow(icon.owner, waitMs);
+    if (hOwner == nullptr)
+        return nullptr;
+    DWORD dwProcess = 0;
+    GetWindowThreadProcessId(hOwner, &dwProcess);
+    if (!PostMessageW(hOwner, icon.callbackMessage, icon.iconId, WM_RBUTTONUP))
+        return nullptr;
+    WindowQuery menu;
+    menu.className = L"#32768";
+    menu.processId = dwProcess;
+    menu.desktop = icon.owner.desktop;
+    menu.shownOnly = true;
+    const ULONGLONG now = GetTickCount64();
+    return WaitForWindow(menu, now < end ? static_cast<DWORD>(end - now) : 0);
+}
+
+bool PickMenuItem(HWND hMenuWindow, UINT commandId, HMENU layout, DWORD waitMs)
+{
+    if (!IsShown(hMenuWindow))
+        return false;
+    LRESULT shown = 0;
+    Ask(hMenuWindow, MN_GETHMENU, 0, 0, &shown);
+    HMENU hShown = reinterpret_cast<HMENU>(shown);
+    // Another process's menu reads as empty where its items live in that process.
+    const bool bLive = hShown != nullptr && GetMenuItemCount(hShown) > 0;
+    const MenuTarget target =
+        bLive ? Locate(hShown, commandId, true) : layout != nullptr ? Locate(layout, commandId, false) : MenuTarget();
+    if (!target.found || target.greyed)
+    {
+        EscapeMenu(hMenuWindow, waitMs);
+        return false;
+    }
+    // Nothing is selected yet: the first Down stops at the first item, the first Up at the last.
+    const bool bDown = target.position < target.stops - target.position;
+    const int presses = bDown ? target.position + 1 : target.stops - target.position;
+    for (int i = 0; i < presses; ++i)
+        PostKey(hMenuWindow, bDown ? VK_DOWN : VK_UP);
+    PostKey(hMenuWindow, VK_RETURN);
+    if (WaitUntilGone(hMenuWindow, waitMs))
+        return true;
+    // An item that would not run (greyed, unknown to the layout) leaves the menu open.
+    EscapeMenu(hMenuWindow, waitMs);
+    return false;
+}
+
+bool EscapeMenu(HWND hMenuWindow, DWORD waitMs)
+{
+    if (!IsShown(hMenuWindow))
+        return false;
+    PostKey(hMenuWindow, VK_ESCAPE);
+    return WaitUntilGone(hMenuWindow, waitMs);
+}
+
+HMENU LoadMenuLayout(const std::wstring& module, UINT menuId, int subMenu)
+{
+    HMODULE hModule =
+        LoadLibraryExW(module.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+    if (hModule == nullptr)
+        return nullptr;
+    HMENU hMenu = LoadMenuW(hModule, MAKEINTRESOURCEW(menuId));
+    FreeLibrary(hModule);
+    if (hMenu == nullptr || subMenu < 0)
+        return hMenu;
+    // The popup goes on alone: taken out of its bar, which is destroyed without it.
+    HMENU hPopup = GetSubMenu(hMenu, subMenu);
+    if (hPopup != nullptr)
+        RemoveMenu(hMenu, static_cast<UINT>(subMenu), MF_BYPOSITION);
+    DestroyMenu(hMenu);
+    return hPopup;
+}
+
+std::optional<std::wstring> ClipboardText()
+{
+    // Another program may hold the clipboard for a moment.
+    bool bOpen = false;
+    for (int i = 0; i < 50 && !(bOpen = OpenClipboard(nullptr) != FALSE); ++i)
+        Sleep(kPollMs);
+    if (!bOpen)
+        return std::nullopt;
+    std::optional<std::wstring> text;
+    HANDLE hData = GetClipboardData(CF_UNICODETEXT);
+    const auto* pText = hData != nullptr ? static_cast<const wchar_t*>(GlobalLock(hData)) : nullptr;
+    if (pText != nullptr)
+    {
+        size_t cchMax = GlobalSize(hData) / sizeof(wchar_t);
+        if (cchMax > kTextUnits - 1)
+            cchMax = kTextUnits - 1;
+        text = std::wstring(pText, wcsnlen(pText, cchMax));
+        GlobalUnlock(hData);
+    }
+    CloseClipboard();
+    return text;
+}
+
+} // namespace kvui

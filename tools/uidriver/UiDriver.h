@@ -1,0 +1,93 @@
+// Drives the windows of other processes the way a user would, by class, title and control id, for
+// end-to-end tests and the demo. Works on desktops that are not the input desktop: nothing here
+// needs the mouse, the foreground or a visible screen. Every wait is bounded; failures come back as
+// null, false or an empty optional.
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvui
+{
+
+// How long one message to another process may take before it counts as hung.
+constexpr UINT kMessageTimeoutMs = 2000;
+
+// Which top-level windows: empty strings and a zero process id match anything.
+struct WindowQuery
+{
+    std::wstring className;
+    std::wstring title;
+    DWORD processId = 0;
+    std::wstring desktop; // empty: the calling thread's desktop
+    bool shownOnly = false;
+};
+
+// Matching top-level windows in z-order; empty when the desktop cannot be opened.
+std::vector<HWND> FindWindows(const WindowQuery& query);
+// The first match, polling for up to waitMs; null when none came.
+HWND WaitForWindow(const WindowQuery& query, DWORD waitMs = 0);
+// Shown by its owner. IsWindowVisible also asks the desktop, and only the input desktop is visible.
+bool IsShown(HWND hWnd);
+// Polls until the window is gone or hidden, at most waitMs.
+bool WaitUntilGone(HWND hWnd, DWORD waitMs);
+
+// A control as a user sees it. checked is -1 for anything but a check box or radio button.
+struct Control
+{
+    HWND hWnd = nullptr;
+    int id = 0;
+    std::wstring className;
+    std::wstring text;
+    LONG style = 0;
+    bool shown = false;
+    bool enabled = false;
+    int checked = -1;
+};
+
+// The window's descendants in z-order, nested ones included.
+std::vector<Control> ListControls(HWND hParent);
+// The descendant with this id (the first one, as GetDlgItem would for a direct child).
+std::optional<Control> ReadControl(HWND hParent, int id);
+// The window's current text, asked of its owner (cross-process safe); at most 8095 units.
+std::optional<std::wstring> ReadText(HWND hWnd);
+
+// Clicks an enabled, shown button: BN_CLICKED reaches its parent as from a real click.
+bool ClickButton(HWND hParent, int id);
+// Replaces an enabled edit control's text as typing would, with EN_CHANGE to its parent.
+bool TypeText(HWND hParent, int id, const std::wstring& text);
+// Selects a combo box item and tells the parent with CBN_SELCHANGE, as a user's pick does.
+bool SelectComboIndex(HWND hParent, int id, int index);
+bool SelectComboText(HWND hParent, int id, const std::wstring& text);
+// Asks the window to close (WM_CLOSE), as its caption button does.
+bool CloseWindow(HWND hWnd);
+
+// A tray icon, reached through the window that owns it.
+struct TrayIcon
+{
+    WindowQuery owner;
+    UINT callbackMessage = WM_USER + 1;
+    UINT iconId = 1;
+};
+
+// Right-clicks the icon and waits for its popup menu (class "#32768") on the owner's desktop; the
+// menu window, or null.
+HWND OpenTrayMenu(const TrayIcon& icon, DWORD waitMs);
+// Picks the item with this command id with the keyboard, so the owner gets WM_COMMAND as from a
+// user. The open menu's items are read from the menu itself where the system allows that (Wine
+// keeps a menu's items in its own process); otherwise layout must be a menu with the same items.
+// False, with the menu closed, when the item is not there, greyed, or the pick did not end the menu.
+bool PickMenuItem(HWND hMenuWindow, UINT commandId, HMENU layout, DWORD waitMs);
+// Closes the menu with Escape, without a command.
+bool EscapeMenu(HWND hMenuWindow, DWORD waitMs);
+// A menu resource of a module loaded as data (its popup subMenu, or the menu itself for -1), for
+// PickMenuItem's layout; the caller destroys it.
+HMENU LoadMenuLayout(const std::wstring& module, UINT menuId, int subMenu = 0);
+
+// The clipboard's CF_UNICODETEXT, at most 8095 units; empty optional when there is none.
+std::optional<std::wstring> ClipboardText();
+
+} // namespace kvui
