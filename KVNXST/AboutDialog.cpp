@@ -170,7 +170,9 @@ INT_PTR OnInitDialog(HWND hDlg, LPARAM lParam)
     SetTimer(hDlg, KV_ABOUT_TIMER, KV_ABOUT_TIMER_MS, nullptr);
     SetInfoBlock(hDlg, reinterpret_cast<const MSG_TRAYICON_SETTINGS*>(lParam));
     SetWindowPos(hDlg, HWND_TOPMOST, 0, 0, 0, 0, KV_TOPMOST_NO_ACTIVATE);
-    return TRUE;
+    // Focus on OK: the information text would otherwise open fully selected and scrolled down.
+    SetFocus(GetDlgItem(hDlg, IDOK));
+    return FALSE;
 }
 
 void OnPaint(HWND hDlg)
