@@ -99,9 +99,8 @@ HWND ControlById(HWND hParent, int id)
 bool Notify(HWND hControl, WORD wCode)
 {
     HWND hParent = GetParent(hControl);
-    return hParent != nullptr &&
-           PostMessageW(hParent, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(hControl), wCode),
-                        reinterpret_cast<LPARAM>(hControl)) != FALSE;
+    return hParent != nullptr && PostMessageW(hParent, WM_COMMAND, MAKEWPARAM(GetDlgCtrlID(hControl), wCode),
+                                              reinterpret_cast<LPARAM>(hControl)) != FALSE;
 }
 
 void PostKey(HWND hWnd, UINT vk)
@@ -140,6 +139,12 @@ MenuTarget Locate(HMENU hMenu, UINT commandId, bool bKnowsState)
     return target;
 }
 
+HMENU ShownMenu(HWND hMenuWindow)
+{
+    LRESULT menu = 0;
+    return Ask(hMenuWindow, MN_GETHMENU, 0, 0, &menu) ? reinterpret_cast<HMENU>(menu) : nullptr;
+}
+
 } // namespace
 
 std::vector<HWND> FindWindows(const WindowQuery& query)
@@ -149,9 +154,9 @@ std::vector<HWND> FindWindows(const WindowQuery& query)
         const WindowQuery& query;
         std::vector<HWND> found;
     } search{query, {}};
-    HDESK hDesk = query.desktop.empty()
-                      ? GetThreadDesktop(GetCurrentThreadId())
-                      : OpenDesktopW(query.desktop.c_str(), 0, FALSE, DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
+    HDESK hDesk = query.desktop.empty() ? GetThreadDesktop(GetCurrentThreadId())
+                                        : OpenDesktopW(query.desktop.c_str(), 0, FALSE,
+                                                       DESKTOP_READOBJECTS | DESKTOP_ENUMERATE);
     if (hDesk == nullptr)
         return search.found;
     EnumDesktopWindows(
@@ -164,7 +169,8 @@ std::vector<HWND> FindWindows(const WindowQuery& query)
             GetWindowTextW(hWnd, szTitle, 512);
             DWORD dwProcess = 0;
             GetWindowThreadProcessId(hWnd, &dwProcess);
-            if (SameClass(szClass, s.query.className) && (s.query.title.empty() || s.query.title == szTitle) &&
+            if (SameClass(szClass, s.query.className) &&
+                (s.query.title.empty() || s.query.title == szTitle) &&
                 (s.query.processId == 0 || s.query.processId == dwProcess) &&
                 (!s.query.shownOnly || IsShown(hWnd)))
                 s.found.push_back(hWnd);
@@ -257,7 +263,8 @@ bool ClickButton(HWND hParent, int id)
 bool TypeText(HWND hParent, int id, const std::wstring& text)
 {
     HWND hEdit = ControlById(hParent, id);
-    if (hEdit == nullptr || !IsEnabledAndShown(hEdit) || (GetWindowLongW(hEdit, GWL_STYLE) & ES_READONLY) != 0)
+    if (hEdit == nullptr || !IsEnabledAndShown(hEdit) ||
+        (GetWindowLongW(hEdit, GWL_STYLE) & ES_READONLY) != 0)
         return false;
     // A replaced selection goes the way typed text goes: EN_CHANGE follows, multi-line edits too
     // (WM_SETTEXT skips it there).
@@ -318,13 +325,9 @@ bool PickMenuItem(HWND hMenuWindow, UINT commandId, HMENU layout, DWORD waitMs)
 {
     if (!IsShown(hMenuWindow))
         return false;
-    LRESULT shown = 0;
-    Ask(hMenuWindow, MN_GETHMENU, 0, 0, &shown);
-    HMENU hShown = reinterpret_cast<HMENU>(shown);
-    // Another process's menu reads as empty where its items live in that process.
-    const bool bLive = hShown != nullptr && GetMenuItemCount(hShown) > 0;
-    const MenuTarget target =
-        bLive ? Locate(hShown, commandId, true) : layout != nullptr ? Locate(layout, commandId, false) : MenuTarget();
+    const MenuTarget target = MenuReadable(hMenuWindow) ? Locate(ShownMenu(hMenuWindow), commandId, true)
+                              : layout != nullptr       ? Locate(layout, commandId, false)
+                                                        : MenuTarget();
     if (!target.found || target.greyed)
     {
         EscapeMenu(hMenuWindow, waitMs);
@@ -341,6 +344,13 @@ bool PickMenuItem(HWND hMenuWindow, UINT commandId, HMENU layout, DWORD waitMs)
     // An item that would not run (greyed, unknown to the layout) leaves the menu open.
     EscapeMenu(hMenuWindow, waitMs);
     return false;
+}
+
+bool MenuReadable(HWND hMenuWindow)
+{
+    // Another process's menu reads as empty where its items live in that process.
+    HMENU hMenu = ShownMenu(hMenuWindow);
+    return hMenu != nullptr && GetMenuItemCount(hMenu) > 0;
 }
 
 bool EscapeMenu(HWND hMenuWindow, DWORD waitMs)

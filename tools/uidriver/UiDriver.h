@@ -81,6 +81,8 @@ HWND OpenTrayMenu(const TrayIcon& icon, DWORD waitMs);
 // keeps a menu's items in its own process); otherwise layout must be a menu with the same items.
 // False, with the menu closed, when the item is not there, greyed, or the pick did not end the menu.
 bool PickMenuItem(HWND hMenuWindow, UINT commandId, HMENU layout, DWORD waitMs);
+// Whether this process can read the open menu's items; Wine keeps another process's menu to itself.
+bool MenuReadable(HWND hMenuWindow);
 // Closes the menu with Escape, without a command.
 bool EscapeMenu(HWND hMenuWindow, DWORD waitMs);
 // A menu resource of a module loaded as data (its popup subMenu, or the menu itself for -1), for

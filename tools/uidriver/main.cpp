@@ -24,7 +24,8 @@ const char kUsageText[] =
     "  find [--class C] [--title T] [--pid N] [--desktop D] [--wait MS] [--shown]\n"
     "                                  the first matching top-level window, as 0x...\n"
     "  controls HWND                   one line per control: id class shown enabled checked style text\n"
-    "                                  (tab-separated; \\ \\t \\r \\n escaped in the text; checked -1: no check)\n"
+    "                                  (tab-separated; \\ \\t \\r \\n escaped in the text; checked -1: no "
+    "check)\n"
     "  text HWND [ID]                  the window's or its control's text\n"
     "  click HWND ID                   clicks a button\n"
     "  type HWND ID TEXT               replaces an edit control's text\n"
@@ -32,7 +33,8 @@ const char kUsageText[] =
     "  traymenu [--class C] [--title T] [--pid N] [--desktop D] [--callback MSG] [--icon ID]\n"
     "           [--layout MODULE,MENUID[,SUBMENU]] [--wait MS] (--pick CMDID | --escape | --open)\n"
     "                                  opens a tray icon's menu through its owner window; --open prints\n"
-    "                                  the menu window and leaves it open\n"
+    "                                  the menu window and leaves it open. Where the menu's items cannot\n"
+    "                                  be read (Wine), --layout names a menu resource with the same items\n"
     "  clipboard                       the clipboard's text\n"
     "  close HWND                      asks the window to close\n"
     "Numbers may be decimal or 0x hex.\n";
@@ -202,7 +204,8 @@ int TrayMenu(const Arguments& args)
     const auto iconId = args.Value(L"--icon", icon.iconId);
     const auto wait = args.Value(L"--wait", 5000);
     const auto pick = args.Value(L"--pick", 0);
-    const int actions = (args.Has(L"--pick") ? 1 : 0) + (args.Has(L"--escape") ? 1 : 0) + (args.Has(L"--open") ? 1 : 0);
+    const int actions =
+        (args.Has(L"--pick") ? 1 : 0) + (args.Has(L"--escape") ? 1 : 0) + (args.Has(L"--open") ? 1 : 0);
     if (!Query(args, icon.owner) || !callback || !iconId || !wait || !pick || actions != 1 ||
         !args.positional.empty())
         return kUsage;
@@ -241,9 +244,15 @@ int TrayMenu(const Arguments& args)
     }
     else if (args.Has(L"--escape"))
         result = kvui::EscapeMenu(hMenu, static_cast<DWORD>(*wait)) ? kOk : kFailed;
+    else if (layout == nullptr && !kvui::MenuReadable(hMenu))
+    {
+        kvui::EscapeMenu(hMenu, static_cast<DWORD>(*wait));
+        fputs("uidriver: the menu's items cannot be read from here: give --layout\n", stderr);
+    }
     else
-        result = kvui::PickMenuItem(hMenu, static_cast<UINT>(*pick), layout, static_cast<DWORD>(*wait)) ? kOk
-                                                                                                        : kFailed;
+        result = kvui::PickMenuItem(hMenu, static_cast<UINT>(*pick), layout, static_cast<DWORD>(*wait))
+                     ? kOk
+                     : kFailed;
     if (layout != nullptr)
         DestroyMenu(layout);
     return result;
