@@ -1,5 +1,5 @@
 // The resident agent's tray menu, opened as the shell opens it, on the agent's own desktop; its
-// exit command ends the agent. When KVNXST_MENU_SHOT names a file (menu_screenshot.sh does), the
+// exit item ends the agent. When KVNXST_MENU_SHOT names a file (menu_screenshot.sh does), the
 // test holds the menu open until the screen has been taken into that file.
 #include "resident_agent.h"
 
@@ -14,6 +14,7 @@ namespace
 
 constexpr UINT WM_TRAY_CALLBACK = WM_USER + 1;
 constexpr UINT IDM_EXIT = 40007;
+constexpr UINT IDR_TRAY_MENU = 104;
 
 std::wstring WindowsPath(std::wstring unixPath)
 {
@@ -60,22 +61,29 @@ TEST(ResidentAgentMenu, RightClickOnTheIconOpensTheMenuAndItsExitEndsTheAgent)
     ASSERT_NE(nullptr, hTray);
     ASSERT_TRUE(r.shell.WaitForPicture("idle", kE2eWait)) << r.Story();
 
+    kvui::TrayIcon icon;
+    icon.owner.className = L"Kestrova Vexa Tray Icon Class";
+    icon.owner.desktop = r.desktop.Name();
+    icon.owner.processId = r.agent.Id();
+    icon.callbackMessage = WM_TRAY_CALLBACK;
+    icon.iconId = kTrayIconId;
+
     // Only a right click (or the context key, or a left press) opens it; a move does not.
     PostMessageW(hTray, WM_TRAY_CALLBACK, kTrayIconId, WM_MOUSEMOVE);
-    PostMessageW(hTray, WM_TRAY_CALLBACK, kTrayIconId, WM_RBUTTONUP);
-    const HWND hMenu = WaitForDesktopWindow(r.desktop.Name(), L"#32768", L"", kE2eWait, true);
+    HWND hMenu = kvui::OpenTrayMenu(icon, kE2eWait);
     ASSERT_NE(nullptr, hMenu) << r.Story();
     EXPECT_EQ(1u,
               CountMessage(r.LogLines(), "TRACE", "KVNXSTWindow", "CTaskBarWindow::ShowTrayMenu entering."));
     EXPECT_TRUE(TakeScreenshot());
 
-    // Escape closes it without a command; then the exit command tells the service and ends the agent.
-    PostMessageW(hMenu, WM_KEYDOWN, VK_ESCAPE, 0);
-    const ULONGLONG end = GetTickCount64() + kE2eWait;
-    while (IsShown(hMenu) && GetTickCount64() < end)
-        Sleep(20);
-    EXPECT_FALSE(IsShown(hMenu));
-    PostMessageW(hTray, WM_COMMAND, IDM_EXIT, 0);
+    // Escape closes it without a command; then its exit item tells the service and ends the agent.
+    EXPECT_TRUE(kvui::EscapeMenu(hMenu, kE2eWait));
+    hMenu = kvui::OpenTrayMenu(icon, kE2eWait);
+    ASSERT_NE(nullptr, hMenu) << r.Story();
+    const HMENU hLayout = kvui::LoadMenuLayout(ModuleFolder() + L"KVNXSTRES.dll", IDR_TRAY_MENU);
+    ASSERT_NE(nullptr, hLayout);
+    EXPECT_TRUE(kvui::PickMenuItem(hMenu, IDM_EXIT, hLayout, kE2eWait)) << r.Story();
+    DestroyMenu(hLayout);
     r.sim.Play({"expect 40001", "expect-closed"});
     EXPECT_EQ(Code(KV_EXIT_ALREADY_RUNNING), r.agent.Wait(kE2eWait)) << r.Story();
     EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors() << r.Story();
