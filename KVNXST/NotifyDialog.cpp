@@ -130,6 +130,12 @@ HICON KvLoadDialogIcon()
                                          LR_SHARED));
 }
 
+HGDIOBJ KvDialogFont(HWND hDlg)
+{
+    HGDIOBJ hFont = reinterpret_cast<HGDIOBJ>(SendMessageW(hDlg, WM_GETFONT, 0, 0));
+    return hFont != nullptr ? hFont : GetStockObject(ANSI_VAR_FONT);
+}
+
 void KvPrepareDialogText(HWND hDlg, HDC hdc)
 {
     SetBkMode(hdc, TRANSPARENT);
@@ -384,7 +390,7 @@ void PaintNotice(HWND hDlg)
         MapWindowPoints(nullptr, hDlg, reinterpret_cast<POINT*>(&rcBody), 2);
         SetBkMode(hdc, TRANSPARENT);
         SetTextColor(hdc, KvDialogTextColour());
-        HGDIOBJ hOldFont = SelectObject(hdc, GetStockObject(ANSI_VAR_FONT));
+        HGDIOBJ hOldFont = SelectObject(hdc, KvDialogFont(hDlg));
         DrawTextW(hdc, szText, -1, &rcBody, DT_EDITCONTROL | DT_WORDBREAK);
         SelectObject(hdc, hOldFont);
     }
@@ -420,7 +426,9 @@ INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPara
     {
         if (lParam != 0)
             OnInitNotice(hDlg, *reinterpret_cast<CTaskBarWindow*>(lParam));
-        return TRUE;
+        // No focus from the dialog manager: that would activate the notice and take the
+        // keyboard from whatever the user is doing. The viewer list takes it explicitly.
+        return FALSE;
     }
     CTaskBarWindow* pTray = TrayOf(hDlg);
     if (pTray == nullptr)
@@ -433,8 +441,16 @@ INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPara
     case WM_PAINT:
         PaintNotice(hDlg);
         return TRUE;
-    case WM_CTLCOLORDLG:
     case WM_CTLCOLORSTATIC:
+        // The viewer list scrolls: without a background of its own its old lines would stay.
+        if (reinterpret_cast<HWND>(lParam) == GetDlgItem(hDlg, IDC_NOTIFY_BODY))
+        {
+            SetTextColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_WINDOWTEXT));
+            SetBkColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_WINDOW));
+            return reinterpret_cast<INT_PTR>(GetSysColorBrush(COLOR_WINDOW));
+        }
+        [[fallthrough]];
+    case WM_CTLCOLORDLG:
         KvPrepareDialogText(hDlg, reinterpret_cast<HDC>(wParam));
         return g_bNotifyGradient ? reinterpret_cast<INT_PTR>(GetStockObject(NULL_BRUSH)) : 0;
     case WM_COMMAND:

@@ -39,5 +39,9 @@ constexpr COLORREF KV_DIALOG_BACKGROUND = RGB(196, 219, 246);
 // Icon 7 from the resource library at the system's icon size; null when it is missing.
 HICON KvLoadDialogIcon();
 
+// The font for texts a dialog draws itself: the dialog's own, which follows the screen's DPI (the
+// stock ANSI_VAR_FONT is a fixed-size bitmap font, tiny at 144 DPI); the stock font without one.
+HGDIOBJ KvDialogFont(HWND hDlg);
+
 // Sets up a WM_CTLCOLOR* answer: transparent text in the dialogs' colour, dialog result 1.
 void KvPrepareDialogText(HWND hDlg, HDC hdc);
