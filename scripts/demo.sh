@@ -1,20 +1,111 @@
 #!/usr/bin/env bash
-# The agent's main job on this machine: the simulator plays the service on a free port, the
-# resident agent runs in the Wine virtual desktop and goes through scripts/demo-session.txt.
-# Run inside scripts/with-display.sh (make demo does). Prints the simulator's trace and the agent's
-# exit code (-56: ended at the service's request).
+# The agent's main job on this machine: the simulator plays the service, the resident agent runs in
+# the Wine virtual desktop and goes through a scripted session, and the screen is photographed at
+# each step into build/demo/screenshots/ (NN-step.png).
+#   viewer alice connects: the icon changes and the pop-up opens with its sound;
+#   the About box is opened from the tray menu; a second viewer joins; the service lists the
+#   viewers; both leave; the service asks the agent to exit.
+# Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
+# exit codes (-56: ended at the service's request).
+#   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
+#   KVNXST_DEMO_DPI=144 the screen's logical DPI for this run (Wine's LogPixels; default 96)
+#   KVNXST_DEMO_PORT    the simulator's port (default 7129)
 set -uo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 sim=$repo/build/host/tools/kvnxs-sim/kvnxs-sim
 bin=$repo/build/win/bin
 port=${KVNXST_DEMO_PORT:-7129}
+dpi=${KVNXST_DEMO_DPI:-96}
+keep=${KVNXST_DEMO_KEEP:-0}
+out=$repo/build/demo
+shots=$out/screenshots
+tray_class="Kestrova Vexa Tray Icon Class"
+mkdir -p "$shots"
+rm -f "$shots"/*.png "$out/sim-trace.txt"
 
-"$sim" --port "$port" --no-udp --accept-timeout 60000 --script "$repo/scripts/demo-session.txt" &
+ui() { wine "$bin/uidriver.exe" "$@" </dev/null 2>/dev/null | tr -d '\r'; }
+
+# The virtual desktop is 1024 x 768 at the top-left of the Xvfb screen.
+shot() {
+  import -window root -crop 1024x768+0+0 +repage "$shots/$1.png" && echo "demo: screenshot $shots/$1.png"
+}
+
+# Waits until the simulator's trace has the text (its steps run in order, so an echoed note means
+# that every step before it is done).
+wait_trace() {
+  local i
+  for i in $(seq 300); do
+    grep -qF -- "$1" "$out/sim-trace.txt" 2>/dev/null && return 0
+    sleep 0.1
+  done
+  echo "demo: the simulator never got to: $1" >&2
+  return 1
+}
+
+step=0
+# Sends simulator commands, then a note, and waits until the simulator has played them all.
+play() {
+  step=$((step + 1))
+  printf '%s\n' "$@" "note step $step" >&4
+  wait_trace "note step $step"
+}
+
+wine reg add 'HKCU\Control Panel\Desktop' /v LogPixels /t REG_DWORD /d "$dpi" /f >/dev/null 2>&1
+trap 'wine reg add "HKCU\\Control Panel\\Desktop" /v LogPixels /t REG_DWORD /d 96 /f >/dev/null 2>&1' EXIT
+
+fifo=$(mktemp -u)
+mkfifo "$fifo"
+stay=()
+[ "$keep" = 1 ] && stay=(--stay)
+"$sim" --port "$port" --no-udp --accept-timeout 60000 --script - "${stay[@]}" <"$fifo" \
+  > >(tee "$out/sim-trace.txt") 2>&1 &
 sim_pid=$!
-(cd "$bin" && wine KVNXST.exe "$port" </dev/null)
+exec 4>"$fifo"
+rm -f "$fifo"
+
+(cd "$bin" && exec wine KVNXST.exe "$port" </dev/null) &
+agent_pid=$!
+
+status=0
+if wait_trace "-- handshake complete"; then
+  play "settings-update heading=\"Remote control session\" about2=7129 about6=\"simulated 1.0\" about8=operator" \
+    "wait 1500"
+  shot 01-idle
+  # The notice opens 2 s after the connect record (the service may acknowledge it first).
+  play "connect alice line2=WS-ALICE line3=192.0.2.10" "wait 3000"
+  shot 02-alice-connected
+  # The tray menu as the shell opens it, then its About item: the agent asks for the addresses first.
+  ui traymenu --class "$tray_class" --icon 44444 --layout "$bin/KVNXSTRES.dll,104" --pick 40009
+  play "expect MSG_TYPE_TRAYICON_IP_ADDRESSES" "addresses 192.0.2.1 2001:db8::1"
+  about=$(ui find --title "About Kestrova Vexa Remote Control" --shown --wait 10000)
+  if [ -n "$about" ]; then
+    sleep 0.5
+    shot 03-about
+    ui click "$about" 1 >/dev/null
+  else
+    echo "demo: the About box did not open" >&2
+    status=1
+  fi
+  play "connect bob line3=198.51.100.23" "wait 3000"
+  shot 04-bob-joined
+  play "notify-all" "wait 1500"
+  shot 05-viewer-list
+  play "disconnect bob" "wait 500" "disconnect alice" "wait 1500"
+  shot 06-both-left
+  if [ "$keep" = 1 ]; then
+    echo "demo: the session stays up; end it with the tray menu's Exit"
+  else
+    play "exit" "expect-closed 10000"
+  fi
+else
+  status=1
+fi
+exec 4>&-
+
+wait "$agent_pid"
 agent_status=$?
 wait "$sim_pid"
 sim_status=$?
 # Linux sees the exit code modulo 256.
 echo "demo: agent exit code $((agent_status > 127 ? agent_status - 256 : agent_status)), simulator exit code $sim_status"
-[ "$sim_status" -eq 0 ] && [ "$agent_status" -eq 200 ]
+[ "$status" -eq 0 ] && [ "$sim_status" -eq 0 ] && { [ "$keep" = 1 ] || [ "$agent_status" -eq 200 ]; }

@@ -3,6 +3,7 @@
 # also when the command fails or the run is interrupted.
 #   usage: scripts/with-display.sh COMMAND [ARGS...]
 #   KVNXST_WINE_ROOT names another build folder whose prefix to use.
+#   KVNXST_OWN_DISPLAY=1 uses the display in DISPLAY (a person's screen) instead of an Xvfb.
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 repo=$(dirname "$here")
@@ -19,12 +20,14 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
+own=0
+[ "${KVNXST_OWN_DISPLAY:-0}" = 1 ] && [ -n "${DISPLAY:-}" ] && own=1
 # First free display from :90 upwards. A display can be taken without a file in /tmp showing it
 # (another root file system on the same machine shares the abstract socket names), so a server
 # that dies at once means: try the next one.
 display=89
 xvfb_log=$(mktemp)
-for _ in $(seq 20); do
+[ "$own" = 1 ] || for _ in $(seq 20); do
   display=$((display + 1))
   while [ -e "/tmp/.X11-unix/X$display" ] || [ -e "/tmp/.X$display-lock" ]; do display=$((display + 1)); done
   Xvfb ":$display" -screen 0 1280x1024x24 -nolisten tcp >"$xvfb_log" 2>&1 &
@@ -40,13 +43,13 @@ for _ in $(seq 20); do
   xvfb_pid=""
   grep -q "server already running" "$xvfb_log" || break
 done
-if [ ! -e "/tmp/.X11-unix/X$display" ]; then
+if [ "$own" = 0 ] && [ ! -e "/tmp/.X11-unix/X$display" ]; then
   echo "with-display: Xvfb did not start:" >&2
   cat "$xvfb_log" >&2
   exit 1
 fi
 rm -f "$xvfb_log"
-export DISPLAY=":$display"
+[ "$own" = 1 ] || export DISPLAY=":$display"
 
 . "$here/wine-env.sh"
 kvnxst_wine_env || exit 1
