@@ -1,6 +1,5 @@
 #include "ConnectionInfo.h"
 
-#include "ClientPermissionDialog.h"
 #include "KVNXST.h"
 #include "KVNXSTWindow.h"
 #include "KvLogText.h"
@@ -9,6 +8,7 @@
 #include "KvServiceMessages.h"
 #include "KvSocket.h"
 #include "ReverseConnectionReport.h"
+#include "UtilFile.h"
 #include "UtilLog.h"
 #include "UtilService.h"
 #include "UtilWTS.h"

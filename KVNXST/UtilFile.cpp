@@ -4,6 +4,7 @@
 
 #include <shellapi.h>
 
+#include <cstdio>
 #include <cwchar>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::UtilFile));
@@ -95,4 +96,36 @@ BOOL KvShellExec(HWND hOwner, const wchar_t* szVerb, const wchar_t* szPath, cons
     info.lpDirectory = szDirectory;
     info.nShow = SW_SHOWNORMAL;
     return ShellExecuteExW(&info);
+}
+
+int ExecutePermission(int nPort, int nAfType)
+{
+    KvLogBlock logBlock(logger, L"ExecutePermission");
+    LOG4CXX_INFO(logger, L"ExecutePermission nPort=" << nPort << L" nAfType=" << nAfType);
+    wchar_t szPath[MAX_PATH];
+    if (!GetAgentFolder(szPath, MAX_PATH) || std::wcslen(szPath) + std::wcslen(L"KVNXST.exe") >= MAX_PATH)
+    {
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
+        return 0;
+    }
+    std::wcscat(szPath, L"KVNXST.exe");
+    wchar_t szCmdLine[120];
+    std::swprintf(szCmdLine, 120, L" -Permission %d %d", nPort, nAfType);
+
+    wchar_t szDesktop[1] = {L'\0'};
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    si.lpDesktop = szDesktop;
+    PROCESS_INFORMATION pi = {};
+    if (!CreateProcessW(szPath, szCmdLine, nullptr, nullptr, FALSE,
+                        CREATE_NEW_CONSOLE | NORMAL_PRIORITY_CLASS, nullptr, nullptr, &si, &pi))
+    {
+        const DWORD dwError = GetLastError();
+        LOG4CXX_WARN(logger, L"CreateProcess failed, path=" << szPath << L" error=" << dwError);
+        SetLastError(dwError);
+        return 0;
+    }
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    return 1;
 }

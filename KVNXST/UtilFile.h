@@ -18,3 +18,7 @@ BOOL KvShellExec(HWND hOwner, const wchar_t* szVerb, const wchar_t* szPath, cons
 // The agent's folder with its trailing backslash into szFolder (cchFolder units). 0 when the
 // module path cannot be read or does not fit.
 int GetAgentFolder(wchar_t* szFolder, DWORD cchFolder);
+
+// Starts the agent again as " -Permission <nPort> <nAfType>", so the question has a process of its
+// own. Nonzero when the child was started; otherwise the last error says why.
+int ExecutePermission(int nPort, int nAfType);
