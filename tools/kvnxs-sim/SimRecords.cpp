@@ -611,8 +611,11 @@ std::vector<std::string> CheckPermissionAnswer(const std::uint8_t* data, std::si
         p.Add("result " + Num(r->dwResult) + " is none of 1111, 2222, 3333, 4444, 6666");
     }
     p.String(r->szConsoleAccount, "console account");
-    if (r->szConsoleAccount[0] == 0)
-        p.Add("console account empty");
+    // "DOMAIN\user": both parts present.
+    const std::u16string account = KvReadString(r->szConsoleAccount);
+    const std::size_t slash = account.find(u'\\');
+    if (slash == std::u16string::npos || slash == 0 || slash + 1 == account.size())
+        p.Add("console account " + Q(r->szConsoleAccount) + " is not of the form DOMAIN\\user");
     return p.Take();
 }
 

@@ -144,6 +144,12 @@ TEST(AgentRecords, EachCheckCatchesItsFault)
         {CheckAnswer, answered(1111, u"H\\a"), ""},
         {CheckAnswer, answered(4444, u"H\\a"), "answered locally"},
         {CheckAnswer, answered(5555, u""), "none of 1111"},
+        {CheckAnswer, answered(2222, u"alice"), "DOMAIN\\user"},
+        {CheckAnswer, answered(2222, u"\\alice"), "DOMAIN\\user"},
+        {CheckAnswer, With(PermissionRequest(), [](auto& r) {
+             KvSetPermissionAnswer(r, 2222, true, u"H\\a");
+             r.dwReserved8208 = 1;
+         }), "unchanged"},
         // clang-format on
     };
     for (const auto& c : cases)
