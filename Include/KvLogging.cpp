@@ -12,9 +12,25 @@ log4cxx::LoggerPtr KvGetLogger(const char* name)
 }
 
 // Logging must never fail its caller: whatever goes wrong here (out of memory, an appender that
-// throws) leaves the block without a name and the traced function unaffected.
+// throws) leaves the block without a name and the traced function unaffected. Nor may it change
+// the caller's last error, which a traced function's caller reads after the block has closed.
+namespace
+{
+class KeepLastError
+{
+public:
+    KeepLastError() noexcept : m_dwError(GetLastError()) {}
+    ~KeepLastError() { SetLastError(m_dwError); }
+    KeepLastError(const KeepLastError&) = delete;
+    KeepLastError& operator=(const KeepLastError&) = delete;
+
+private:
+    DWORD m_dwError;
+};
+} // namespace
 void KvLogBlock::Enter(const wchar_t* name, const char* file, const char* function, int line) noexcept
 {
+    const KeepLastError keep;
     try
     {
         m_name = name != nullptr ? name : L"";
@@ -44,6 +60,7 @@ void KvLogBlock::Enter(const char* name, const char* file, const char* function,
 
 void KvLogBlock::Exit() noexcept
 {
+    const KeepLastError keep;
     try
     {
         // Checked again: the level may have changed inside the block.

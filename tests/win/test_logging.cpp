@@ -94,7 +94,9 @@ TEST(LogFrame, TraceBlockLogsEntryAndExitAtTheCallersPlaceUnderTheThreadName)
         KvLogBlock logBlock(windowLogger, L"CTaskBarWindow::NotifyConnect");
         EXPECT_EQ(L"CTaskBarWindow::NotifyConnect", logBlock.GetName());
         LOG4CXX_INFO(windowLogger, L"inside");
+        SetLastError(10060); // what a timed-out receive leaves for the caller
     }
+    EXPECT_EQ(10060u, GetLastError()) << "the exit line must not change the caller's last error";
     std::thread(LogFromWorker).join();
 
     const std::vector<std::string> lines = log.Lines();
