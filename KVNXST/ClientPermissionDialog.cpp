@@ -179,7 +179,7 @@ void OnPaint(HWND hDlg)
         MapWindowPoints(nullptr, hDlg, reinterpret_cast<POINT*>(&rc), 2);
         wchar_t szText[MAX_PATH] = {};
         GetWindowTextW(hCountdown, szText, MAX_PATH);
-        HGDIOBJ hOldFont = SelectObject(hdc, GetStockObject(ANSI_VAR_FONT));
+        HGDIOBJ hOldFont = SelectObject(hdc, KvDialogFont(hDlg));
         SetBkMode(hdc, TRANSPARENT);
         SetTextColor(hdc, KvDialogTextColour());
         DrawTextW(hdc, szText, -1, &rc, DT_SINGLELINE | DT_VCENTER);
