@@ -216,11 +216,11 @@ int TrayMenu(const Arguments& args)
     if (args.Has(L"--layout"))
     {
         // MODULE,MENUID[,SUBMENU]
-        std::wstring spec = args.Text(L"--layout");
+        std::wstring layoutText = args.Text(L"--layout");
         std::vector<std::wstring> parts;
-        for (size_t at; (at = spec.find(L',')) != std::wstring::npos; spec.erase(0, at + 1))
-            parts.push_back(spec.substr(0, at));
-        parts.push_back(spec);
+        for (size_t at; (at = layoutText.find(L',')) != std::wstring::npos; layoutText.erase(0, at + 1))
+            parts.push_back(layoutText.substr(0, at));
+        parts.push_back(layoutText);
         const auto menuId = parts.size() >= 2 ? Number(parts[1]) : std::nullopt;
         const auto subMenu = parts.size() == 3 ? Number(parts[2]) : std::optional<unsigned long long>(0);
         if (parts.size() > 3 || !menuId || !subMenu)
