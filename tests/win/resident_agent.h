@@ -159,11 +159,23 @@ inline DWORD OwnSession()
     return dwSession;
 }
 
+// The process ended by itself (not killed, no fault) with this code.
+inline ::testing::AssertionResult EndedWith(const AgentProcess& agent, int nCode)
+{
+    const DWORD dwCode = agent.Wait(kE2eWait);
+    if (dwCode == Code(nCode))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "exit code " << static_cast<int>(dwCode) << " (0x" << std::hex
+                                         << dwCode << "), expected " << std::dec << nCode;
+}
+
 class Resident
 {
 public:
-    explicit Resident(const kvsim::ServerOptions& options = SimThread::Options(OwnSession()))
-        : shell(desktop.Name(), ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId), sim(options)
+    explicit Resident(const kvsim::ServerOptions& options = SimThread::Options(OwnSession()),
+                      const std::wstring& desktopName = std::wstring())
+        : desktop(desktopName), shell(desktop.Name(), ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId),
+          sim(options)
     {
         // Appending: the agent's child processes (settings editor) log into the same file.
         std::string xml = LogConfigXml(folder.Path() + L"agent.log", "TRACE");
@@ -191,6 +203,32 @@ public:
         const std::wstring line = arguments.empty() ? std::to_wstring(sim.Port()) : arguments;
         shell.Run([&](FakeShell&) { agent = folder.Start(line, desktop.Name()); });
         return agent.Started();
+    }
+
+    // Ready, started with this command line and through the handshake with the simulator.
+    ::testing::AssertionResult Launch(const std::wstring& arguments = std::wstring())
+    {
+        ::testing::AssertionResult ready = Ready();
+        if (!ready)
+            return ready;
+        if (!Start(arguments))
+            return ::testing::AssertionFailure() << "the agent did not start";
+        if (!sim.Handshaken(kE2eWait))
+            return ::testing::AssertionFailure() << "no handshake\n" << Story();
+        return ::testing::AssertionSuccess();
+    }
+
+    // The service asks the agent to exit: it closes the link and ends with its own code, and the
+    // simulator saw no fault.
+    ::testing::AssertionResult ExitsOnRequest()
+    {
+        sim.Play({"exit", "expect-closed"});
+        ::testing::AssertionResult ended = EndedWith(agent, KV_EXIT_ALREADY_RUNNING);
+        if (!ended)
+            return ended << "\n" << Story();
+        if (sim.Finish() != 0)
+            return ::testing::AssertionFailure() << sim.Errors() << Story();
+        return ::testing::AssertionSuccess();
     }
 
     // The agent's hidden tray window, once it exists.

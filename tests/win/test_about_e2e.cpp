@@ -30,32 +30,7 @@ HWND OpenAbout(Resident& r, HWND hTray)
 
 std::wstring ItemText(HWND hDlg, int nId)
 {
-    std::vector<wchar_t> text(16384);
-    GetDlgItemTextW(hDlg, nId, text.data(), static_cast<int>(text.size()));
-    return text.data();
-}
-
-bool WaitGone(HWND hWnd)
-{
-    const ULONGLONG end = GetTickCount64() + kE2eWait;
-    while (IsWindow(hWnd) && GetTickCount64() < end)
-        Sleep(20);
-    return !IsWindow(hWnd);
-}
-
-std::wstring ClipboardText()
-{
-    std::wstring text;
-    if (!OpenClipboard(nullptr))
-        return L"<clipboard not opened>";
-    if (HANDLE hData = GetClipboardData(CF_UNICODETEXT))
-    {
-        if (const auto* p = static_cast<const wchar_t*>(GlobalLock(hData)))
-            text = p;
-        GlobalUnlock(hData);
-    }
-    CloseClipboard();
-    return text;
+    return kvui::ReadText(GetDlgItem(hDlg, nId)).value_or(L"<no control>");
 }
 
 // The agent's own notice, as its version block carries it.
@@ -78,10 +53,8 @@ std::wstring AgentCopyright(const std::wstring& exe)
 TEST(AboutBox, ShowsTheServiceVersionAndInformationCopiesItAndClosesOnItsTimer)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
     ASSERT_TRUE(r.folder.Add(L"kvnxst_fake_service.exe", L"KVNXS.exe"));
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     const HWND hTray = r.TrayWindow();
     ASSERT_NE(nullptr, hTray);
     r.sim.Play({"settings about1=PC-7 about2=6129 about3=\"10.0.0.1  10.0.0.2\" about9=\"Session 1\" "
@@ -111,14 +84,14 @@ TEST(AboutBox, ShowsTheServiceVersionAndInformationCopiesItAndClosesOnItsTimer)
 
     // The copy takes the box's text as it is, up to 4,095 units and the terminator.
     SendMessageW(hAbout, WM_COMMAND, IDC_ABOUT_COPY, 0);
-    EXPECT_EQ(ItemText(hAbout, IDC_ABOUT_INFO), ClipboardText());
+    EXPECT_EQ(ItemText(hAbout, IDC_ABOUT_INFO), kvui::ClipboardText().value_or(L"<no text>"));
     const std::wstring longText(5000, L'x');
     SendDlgItemMessageW(hAbout, IDC_ABOUT_INFO, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(longText.c_str()));
     SendMessageW(hAbout, WM_COMMAND, IDC_ABOUT_COPY, 0);
-    EXPECT_EQ(longText.substr(0, 4095), ClipboardText());
+    EXPECT_EQ(longText.substr(0, 4095), kvui::ClipboardText().value_or(L"<no text>"));
 
     SendMessageW(hAbout, WM_TIMER, KV_ABOUT_TIMER, 0);
-    EXPECT_TRUE(WaitGone(hAbout)) << r.Story();
+    EXPECT_TRUE(kvui::WaitUntilGone(hAbout, kE2eWait)) << r.Story();
     EXPECT_TRUE(r.WaitForLog("TRACE", "KVNXSTWindow", "CTaskBarWindow::OpenAbout exiting.")) << r.Story();
     EXPECT_TRUE(IsWindow(hTray));
     EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors() << r.Story();
@@ -127,9 +100,7 @@ TEST(AboutBox, ShowsTheServiceVersionAndInformationCopiesItAndClosesOnItsTimer)
 TEST(AboutBox, KeepsTheTemplatesVersionWithoutTheServiceProgramAndClosesWhenLeft)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     const HWND hTray = r.TrayWindow();
     ASSERT_NE(nullptr, hTray);
 
@@ -150,7 +121,7 @@ TEST(AboutBox, KeepsTheTemplatesVersionWithoutTheServiceProgramAndClosesWhenLeft
             SetForegroundWindow(hOther);
         });
     ASSERT_NE(nullptr, hOther);
-    EXPECT_TRUE(WaitGone(hAbout)) << r.Story();
+    EXPECT_TRUE(kvui::WaitUntilGone(hAbout, kE2eWait)) << r.Story();
     r.shell.Run([&](FakeShell&) { DestroyWindow(hOther); });
     EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors() << r.Story();
 }

@@ -31,11 +31,13 @@ inline DWORD Code(int n)
 class TestDesktop
 {
 public:
-    TestDesktop()
+    // A fresh name unless one is given.
+    explicit TestDesktop(std::wstring name = std::wstring()) : m_name(std::move(name))
     {
         static LONG counter = 0;
-        m_name = L"kvtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                 std::to_wstring(InterlockedIncrement(&counter));
+        if (m_name.empty())
+            m_name = L"kvtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                     std::to_wstring(InterlockedIncrement(&counter));
         m_hDesk = CreateDesktopW(m_name.c_str(), nullptr, nullptr, 0, GENERIC_ALL, nullptr);
     }
     ~TestDesktop()

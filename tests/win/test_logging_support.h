@@ -34,6 +34,14 @@ inline std::wstring ModuleFolder()
     return s.substr(0, s.find_last_of(L'\\') + 1);
 }
 
+// A string of a resource module, whole.
+inline std::wstring ResourceText(HMODULE hModule, UINT uId)
+{
+    const wchar_t* p = nullptr;
+    const int cch = LoadStringW(hModule, uId, reinterpret_cast<LPWSTR>(&p), 0);
+    return cch > 0 ? std::wstring(p, static_cast<size_t>(cch)) : std::wstring();
+}
+
 inline void WriteTextFile(const std::wstring& path, const std::string& text)
 {
     std::ofstream out(path.c_str(), std::ios::binary | std::ios::trunc);

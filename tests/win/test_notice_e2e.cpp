@@ -37,9 +37,7 @@ HWND WaitForNotice(const Resident& r, const std::string& heading)
 TEST(Notice, ConnectDisconnectAndViewerListTextsComeFromTheRecords)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     r.sim.Play({"settings-update heading=Heading connect-header=\"Viewer alice is here.\" display-time=0",
                 "connect alice line2=WS-7 line3=192.0.2.10 icon=2"});
 
@@ -78,9 +76,7 @@ TEST(Notice, ConnectDisconnectAndViewerListTextsComeFromTheRecords)
 TEST(Notice, ViewerListDisconnectButtonAsksAndTellsTheService)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     r.sim.Play({"connect alice button=1", "notify-all"});
     const HWND hNotice = WaitForNotice(r, "Remote users connected: 1");
     ASSERT_NE(nullptr, hNotice) << r.Story();

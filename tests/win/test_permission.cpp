@@ -141,17 +141,10 @@ std::unique_ptr<MSG_PERMISSION_RECORD> Request(const char16_t* text, std::uint32
     return rec;
 }
 
-std::wstring LoadText(UINT uId)
-{
-    wchar_t sz[512] = {};
-    LoadStringW(g_hResInstance, uId, sz, 512);
-    return sz;
-}
-
 std::wstring Countdown(int nSeconds)
 {
     wchar_t sz[MAX_PATH] = {};
-    _snwprintf_s(sz, _TRUNCATE, LoadText(IDS_PERMISSION_COUNTDOWN_FMT).c_str(), nSeconds);
+    _snwprintf_s(sz, _TRUNCATE, ResourceText(g_hResInstance, IDS_PERMISSION_COUNTDOWN_FMT).c_str(), nSeconds);
     return sz;
 }
 
@@ -252,7 +245,7 @@ TEST_F(PermissionDialog, ShowsTheRequestAsTheServiceAsksAndAnswersWithTheButtonP
         const std::u16string shownText = c.text.substr(0, 4095);
         EXPECT_EQ(std::wstring(shownText.begin(), shownText.end()), kvui::ReadText(GetDlgItem(hDlg, 1001)));
         const std::wstring question = *kvui::ReadText(GetDlgItem(hDlg, 1002));
-        EXPECT_EQ(0u, question.find(LoadText(c.dwVariant == 0 ? 72 : 74))) << Narrow(question);
+        EXPECT_EQ(0u, question.find(ResourceText(g_hResInstance, c.dwVariant == 0 ? 72 : 74))) << Narrow(question);
         EXPECT_EQ(Countdown(120), kvui::ReadText(GetDlgItem(hDlg, 1014)));
         const DWORD dwDef = static_cast<DWORD>(SendMessageW(hDlg, DM_GETDEFID, 0, 0));
         EXPECT_EQ(c.bDenyDefault != 0 ? IDCANCEL : IDOK, LOWORD(dwDef));

@@ -18,41 +18,6 @@ namespace
 // console counts as attended only on the screen saver's desktop: the agent runs on one so named.
 const wchar_t kDesktop[] = L"Screen-saver";
 
-struct NamedDesktop
-{
-    HDESK hDesk = CreateDesktopW(kDesktop, nullptr, nullptr, 0, GENERIC_ALL, nullptr);
-    ~NamedDesktop()
-    {
-        if (hDesk != nullptr)
-            CloseDesktop(hDesk);
-    }
-};
-
-// The resident agent as resident_agent.h runs it, on that desktop; its child logs into its log.
-struct Agent
-{
-    Agent()
-    {
-        std::string xml = LogConfigXml(folder.Path() + L"agent.log", "TRACE");
-        const std::string truncate = "'Append' value='false'";
-        xml.replace(xml.find(truncate), truncate.size(), "'Append' value='true'");
-        WriteTextFile(folder.Path() + L"KVNXST.Logging.xml", xml);
-    }
-    bool Ready() const { return desktop.hDesk != nullptr && folder.Ready() && shell.Ready() && sim.Opened(); }
-    bool Start()
-    {
-        shell.Run([&](FakeShell&) { agent = folder.Start(std::to_wstring(sim.Port()), kDesktop); });
-        return agent.Started();
-    }
-    std::string Story() const { return "--- simulator\n" + sim.Trace() + "--- agent log\n" + folder.Log(); }
-
-    NamedDesktop desktop;
-    AgentFolder folder;
-    DesktopShell shell{kDesktop, ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId};
-    SimThread sim{SimThread::Options(OwnSession())};
-    AgentProcess agent;
-};
-
 HWND WaitForQuestion()
 {
     return kvui::WaitForWindow({L"#32770", L"Remote control request", 0, kDesktop, true}, kE2eWait);
@@ -70,10 +35,8 @@ bool PressEnter(HWND hDlg)
 
 TEST(PermissionQuestion, TheUsersAnswerTheCloseBoxAndTheServicesWithdrawalReachTheService)
 {
-    Agent r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    Resident r(SimThread::Options(OwnSession()), kDesktop);
+    ASSERT_TRUE(r.Launch());
 
     const struct
     {
@@ -103,7 +66,5 @@ TEST(PermissionQuestion, TheUsersAnswerTheCloseBoxAndTheServicesWithdrawalReachT
         EXPECT_TRUE(kvui::WaitUntilGone(hDlg, kE2eWait));
     }
 
-    r.sim.Play({"exit", "expect-closed"});
-    EXPECT_EQ(Code(KV_EXIT_ALREADY_RUNNING), r.agent.Wait(kE2eWait)) << r.Story();
-    EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors() << r.Story();
+    EXPECT_TRUE(r.ExitsOnRequest());
 }

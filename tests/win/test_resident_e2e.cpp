@@ -14,16 +14,6 @@ namespace
 
 constexpr UINT WM_TRAY_CALLBACK = WM_USER + 1;
 
-// The process ended by itself (not killed, no fault) with this code.
-::testing::AssertionResult EndedWith(const AgentProcess& agent, int nCode)
-{
-    const DWORD dwCode = agent.Wait(kE2eWait);
-    if (dwCode == Code(nCode))
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "exit code " << static_cast<int>(dwCode) << " (0x" << std::hex
-                                         << dwCode << "), expected " << std::dec << nCode;
-}
-
 // Ends the processes the agent started (the permission question), which outlive it otherwise.
 void EndChildrenOf(DWORD dwParent)
 {
@@ -57,9 +47,7 @@ size_t Calls(const DesktopShell::View& view, DWORD dwMessage, BOOL bAnswer)
 TEST(ResidentAgent, HandshakeAnswersUnknownIdsAndTheServicesExitRequestOnTheWire)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     // The simulator has checked both echoes byte for byte, the session and the order; the echo
     // carries the desktop state of a normal desktop.
     EXPECT_TRUE(r.sim.WaitTrace("<< MSG_TYPE_TRAYICON_INIT (16212 bytes) session=" +
@@ -110,9 +98,7 @@ TEST(ResidentAgent, HandshakeAnswersUnknownIdsAndTheServicesExitRequestOnTheWire
 TEST(ResidentAgent, TrayIconFollowsViewersAndSettings)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     const HWND hTray = r.TrayWindow();
     ASSERT_NE(nullptr, hTray);
 
@@ -217,18 +203,11 @@ TEST(ResidentAgent, TimersAndPostedMessagesTakeEffect)
         WaitForDesktopWindow(r.desktop.Name(), L"#32770", L"Kestrova Vexa Remote Control", kE2eWait);
     ASSERT_NE(nullptr, hBox) << r.Story();
     std::wstring text;
-    for (HWND hChild = GetWindow(hBox, GW_CHILD); hChild != nullptr; hChild = GetWindow(hChild, GW_HWNDNEXT))
-    {
-        wchar_t sz[1024] = {};
-        GetWindowTextW(hChild, sz, 1024);
-        text += sz;
-    }
+    for (const kvui::Control& control : kvui::ListControls(hBox))
+        text += control.text;
     EXPECT_NE(std::wstring::npos, text.find(L"Host: viewer.example\r\nPort: 5900")) << Narrow(text);
     PostMessageW(hBox, WM_COMMAND, IDOK, 0);
-    const ULONGLONG end = GetTickCount64() + kE2eWait;
-    while (IsWindow(hBox) && GetTickCount64() < end)
-        Sleep(20);
-    EXPECT_FALSE(IsWindow(hBox)) << "the report did not close on OK";
+    EXPECT_TRUE(kvui::WaitUntilGone(hBox, kE2eWait)) << "the report did not close on OK";
 
     // A permission request starts the question as a process of its own, with the service's port.
     r.sim.Play({"permission Viewer X wants in"});
@@ -240,17 +219,13 @@ TEST(ResidentAgent, TimersAndPostedMessagesTakeEffect)
     EXPECT_TRUE(r.WaitForLog("INFO", "ClientPermissionDialog", "nPort=" + port + " nAfType=2")) << r.Story();
     EndChildrenOf(r.agent.Id());
 
-    r.sim.Play({"exit", "expect-closed"});
-    EXPECT_TRUE(EndedWith(r.agent, KV_EXIT_ALREADY_RUNNING)) << r.Story();
-    EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors() << r.Story();
+    EXPECT_TRUE(r.ExitsOnRequest());
 }
 
 TEST(ResidentAgent, ServiceDroppingTheLinkMidRecordEndsTheAgentAndItsIcon)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     r.sim.Play({"connect alice"});
     ASSERT_TRUE(r.shell.WaitForPicture("connected", kE2eWait)) << r.Story();
 
@@ -267,9 +242,7 @@ TEST(ResidentAgent, ServiceDroppingTheLinkMidRecordEndsTheAgentAndItsIcon)
 TEST(ResidentAgent, RecordsFullOfFFsAndTextsWithoutTerminatorAreCutNotOverrun)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     r.sim.Play({
         "raw 40003 4752 fill=0xFF",
         "expect 50000",

@@ -54,9 +54,7 @@ bool WaitForFile(const std::wstring& path, DWORD ms)
 TEST(ResidentAgentMenu, RightClickOnTheIconOpensTheMenuAndItsExitEndsTheAgent)
 {
     Resident r;
-    ASSERT_TRUE(r.Ready());
-    ASSERT_TRUE(r.Start());
-    ASSERT_TRUE(r.sim.Handshaken(kE2eWait)) << r.Story();
+    ASSERT_TRUE(r.Launch());
     const HWND hTray = r.TrayWindow();
     ASSERT_NE(nullptr, hTray);
     ASSERT_TRUE(r.shell.WaitForPicture("idle", kE2eWait)) << r.Story();

@@ -21,13 +21,6 @@ HMODULE LoadAsData(const wchar_t* name)
                           LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 }
 
-std::wstring LoadText(HMODULE module, UINT id)
-{
-    const wchar_t* text = nullptr;
-    const int length = LoadStringW(module, id, reinterpret_cast<LPWSTR>(&text), 0);
-    return length > 0 ? std::wstring(text, length) : std::wstring();
-}
-
 // The printf conversions of a format, as length modifier plus conversion, each followed by a space:
 // "ls d ". A lone "%" at the end comes back as "% ", so a stray percent sign fails too.
 std::string Conversions(const std::wstring& format)
@@ -103,15 +96,15 @@ TEST(AgentResources, LibraryHoldsEveryStringWithExactlyItsPlaceholdersEveryIconA
     HMODULE lib = LoadAsData(L"KVNXSTRES.dll");
     ASSERT_NE(lib, nullptr) << "KVNXSTRES.dll missing beside the test";
     for (const auto& expected : kFormatted)
-        EXPECT_EQ(expected.conversions, Conversions(LoadText(lib, expected.id))) << "string " << expected.id;
+        EXPECT_EQ(expected.conversions, Conversions(kvtest::ResourceText(lib, expected.id))) << "string " << expected.id;
     for (UINT id : kPlain)
     {
-        const std::wstring text = LoadText(lib, id);
+        const std::wstring text = kvtest::ResourceText(lib, id);
         EXPECT_FALSE(text.empty()) << "string " << id;
         EXPECT_EQ("", Conversions(text)) << "string " << id;
     }
     for (UINT id : {10u, 76u})
-        EXPECT_EQ(0u, LoadText(lib, id).rfind(L"https://", 0)) << "link of string " << id;
+        EXPECT_EQ(0u, kvtest::ResourceText(lib, id).rfind(L"https://", 0)) << "link of string " << id;
 
     for (UINT id : kIcons)
         ExpectEverySize(lib, id);

@@ -248,13 +248,6 @@ BOOL WINAPI FakeReport(HANDLE, WORD wType, WORD, DWORD, PSID, WORD wCount, DWORD
 
 const KvEventLogApi kFakeEventLog = {FakeRegister, FakeReport};
 
-std::wstring ResourceText(UINT uId)
-{
-    const wchar_t* p = nullptr;
-    const int cch = LoadStringW(g_hResInstance, uId, reinterpret_cast<LPWSTR>(&p), 0);
-    return cch > 0 ? std::wstring(p, static_cast<size_t>(cch)) : std::wstring();
-}
-
 class ConnectionStart : public ::testing::Test
 {
 protected:
@@ -312,13 +305,11 @@ TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
         ArrangeService(c.nServiceState);
         g_events.clear();
         TrayWindow tray(ClosedPort());
-        const DWORD dwStart = GetTickCount();
         ASSERT_TRUE(RunToEnd(tray)) << c.name;
-        EXPECT_GE(GetTickCount() - dwStart, 2900u) << c.name << ": a second attempt three seconds later";
         EXPECT_NE(TrayWindow::kNone, tray.Take(WM_KV_QUIT)) << c.name;
         ASSERT_EQ(1u, g_events.size()) << c.name;
         EXPECT_EQ(c.wType, g_events[0].first) << c.name;
-        const std::wstring text = ResourceText(c.uString);
+        const std::wstring text = kvtest::ResourceText(g_hResInstance, c.uString);
         ASSERT_FALSE(text.empty());
         const std::wstring& event = g_events[0].second;
         EXPECT_NE(std::wstring::npos, event.find(text + c.szDetail))

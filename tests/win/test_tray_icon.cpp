@@ -21,13 +21,6 @@ using namespace kvtest;
 namespace
 {
 
-std::wstring LoadText(UINT uId)
-{
-    wchar_t sz[512] = {};
-    LoadStringW(g_hResInstance, uId, sz, 512);
-    return sz;
-}
-
 class TrayIcon : public ::testing::Test
 {
 protected:
@@ -130,47 +123,10 @@ TEST_F(TrayIcon, RefusedAddIsRetriedEverySecondForAMinuteThenEveryMinuteAndComes
     EXPECT_EQ(1, w.m_bTrayIconAdded);
 }
 
-TEST_F(TrayIcon, PolicyDecidesWhenTheIconShowsAndWhichPicture)
-{
-    CTaskBarWindow& w = *m_window;
-    const auto connected = FakeShell::IconBits(w.m_hIconConnected), idle = FakeShell::IconBits(w.m_hIconIdle),
-               pending = FakeShell::IconBits(w.m_hIconPending), custom = FakeShell::IconBits(w.m_hIconExtra);
-    ASSERT_TRUE(!idle.empty() && connected != idle && pending != idle && custom != idle && custom != pending);
-    const struct
-    {
-        const char* szCase;
-        std::uint32_t bTrayIcon;
-        int nConnections, bOneTime;
-        std::uint32_t uSelector, bCustomIdleIcon;
-        const std::vector<std::uint8_t>* pPicture; // null: no icon
-    } steps[] = {
-        {"always, viewed", 1, 2, 0, 1, 0, &connected},
-        {"always, custom idle icon", 1, 0, 0, 1, 1, &custom},
-        {"always, selector 2", 1, 0, 0, 2, 1, &pending},
-        {"while viewed, first viewer", 2, 1, 0, 1, 0, &connected},
-        {"while viewed, viewer gone", 2, 0, 0, 1, 0, nullptr},
-        {"never", 0, 1, 0, 1, 0, nullptr},
-        {"never, one-time agent", 0, 0, 1, 1, 0, &idle},
-    };
-    for (const auto& s : steps)
-    {
-        w.m_bTrayIcon = s.bTrayIcon;
-        w.m_nConnections = s.nConnections;
-        g_bOneTimeSession = s.bOneTime;
-        w.m_uTrayIconSelector = s.uSelector;
-        w.m_Settings.bCustomIdleIcon = s.bCustomIdleIcon;
-        w.SetTrayIcon();
-        EXPECT_EQ(s.pPicture != nullptr, Held()) << s.szCase;
-        EXPECT_EQ(Held() ? 1 : 0, w.m_bTrayIconAdded) << s.szCase;
-        EXPECT_TRUE(s.pPicture == nullptr || *s.pPicture == HeldIcon().iconBits) << s.szCase;
-    }
-    EXPECT_EQ(0u, TakePosted(WM_SHOW_ONE_TIME_AGENT_BALLON)) << "the one-time agent announces itself";
-}
-
 TEST_F(TrayIcon, TooltipCarriesTheHeadsAndIsCutToTheShellsField)
 {
     CTaskBarWindow& w = *m_window;
-    const std::wstring oneTime = LoadText(IDS_TOOLTIP_ONETIME), note = LoadText(IDS_SERVICE_FLAG_NOTE);
+    const std::wstring oneTime = ResourceText(g_hResInstance, IDS_TOOLTIP_ONETIME), note = ResourceText(g_hResInstance, IDS_SERVICE_FLAG_NOTE);
     ASSERT_FALSE(oneTime.empty() || note.empty());
     g_bOneTimeSession = 1;
     w.m_Settings.bTooltipNote = 1;
@@ -183,7 +139,6 @@ TEST_F(TrayIcon, TooltipCarriesTheHeadsAndIsCutToTheShellsField)
     KvCopyString(w.m_Settings.szCaption, std::wstring(200, L'c').c_str());
     w.SetTrayIcon();
     EXPECT_EQ((note + L"\r\n" + std::wstring(200, L'c')).substr(0, 59) + L"...", HeldIcon().tip);
-    // A caption without a terminator: the resident agent's bad-input test sends one.
 }
 
 TEST_F(TrayIcon, BalloonsFollowThePolicyAndAreCut)

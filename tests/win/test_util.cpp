@@ -106,10 +106,8 @@ TEST(UtilSettingsRestart, WindowThatIgnoresCloseDefeatsKillAndRestart)
             ++n;
         return n;
     };
-    const DWORD dwStart = GetTickCount();
     EXPECT_EQ(0, KillApplication());
-    EXPECT_GE(GetTickCount() - dwStart, 6000u) << "half a second per attempt and once more";
-    EXPECT_EQ(12, posts());
+    EXPECT_EQ(12, posts()) << "one close per attempt";
     EXPECT_EQ(0, RestartService());
     EXPECT_EQ(12, posts());
     DestroyWindow(hWnd);
