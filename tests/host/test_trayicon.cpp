@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <iterator>
 #include <string>
+#include <utility>
 
 using A = KvTrayAction;
 
@@ -37,6 +38,12 @@ TEST(TrayIconPolicy, ShowOrRemoveByPolicyModeAndConnections)
     for (const auto& c : cases)
         EXPECT_EQ(c.expected, KvTrayIconAction(c.t, c.c, c.mode, c.oneTime))
             << "t=" << c.t << " c=" << c.c << " mode=" << c.mode << " onetime=" << c.oneTime;
+}
+
+TEST(TrayIconPolicy, RefusedAddIsRetriedEverySecondForAMinuteThenEveryMinute)
+{
+    for (const auto& [nFailures, uPeriod] : {std::pair{1, 1000u}, {60, 1000u}, {61, 60000u}, {500, 60000u}})
+        EXPECT_EQ(uPeriod, KvTrayRetryPeriod(nFailures)) << nFailures;
 }
 
 TEST(TrayIconPolicy, PictureByStateSelectorAndCustomIdle)

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
 #include <vector>
 
 using namespace kvtest;
@@ -31,6 +32,51 @@ HWND OpenAbout(Resident& r, HWND hTray)
 std::wstring ItemText(HWND hDlg, int nId)
 {
     return kvui::ReadText(GetDlgItem(hDlg, nId)).value_or(L"<no control>");
+}
+
+// The uidriver program with these arguments, as the demo script runs it: its exit code and its
+// standard output.
+std::pair<DWORD, std::string> Driver(const std::vector<std::wstring>& args)
+{
+    std::pair<DWORD, std::string> run{0xDEADBEEF, ""};
+    std::wstring line = L"uidriver.exe";
+    for (const std::wstring& arg : args)
+        line += L" \"" + arg + L"\"";
+    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+    HANDLE hRead = nullptr, hWrite = nullptr;
+    if (!CreatePipe(&hRead, &hWrite, &sa, 0))
+        return run;
+    SetHandleInformation(hRead, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdOutput = hWrite;
+    si.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    PROCESS_INFORMATION pi = {};
+    const std::wstring exe = ModuleFolder() + L"uidriver.exe";
+    const BOOL bStarted =
+        CreateProcessW(exe.c_str(), &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
+    CloseHandle(hWrite);
+    if (bStarted)
+    {
+        char buf[4096];
+        DWORD cb = 0;
+        while (ReadFile(hRead, buf, sizeof buf, &cb, nullptr) && cb != 0)
+            run.second.append(buf, cb);
+        if (WaitForSingleObject(pi.hProcess, kE2eWait) == WAIT_OBJECT_0)
+            GetExitCodeProcess(pi.hProcess, &run.first);
+        CloseHandle(pi.hProcess);
+        CloseHandle(pi.hThread);
+    }
+    CloseHandle(hRead);
+    return run;
+}
+
+std::wstring Hex(HWND hWnd)
+{
+    wchar_t sz[32] = {};
+    swprintf(sz, 32, L"0x%llx", static_cast<unsigned long long>(reinterpret_cast<ULONG_PTR>(hWnd)));
+    return sz;
 }
 
 // The agent's own notice, as its version block carries it.
@@ -82,9 +128,20 @@ TEST(AboutBox, ShowsTheServiceVersionAndInformationCopiesItAndClosesOnItsTimer)
               L"Session: Session 1",
               ItemText(hAbout, IDC_ABOUT_INFO));
 
-    // The copy takes the box's text as it is, up to 4,095 units and the terminator.
-    SendMessageW(hAbout, WM_COMMAND, IDC_ABOUT_COPY, 0);
+    // The uidriver program finds the box on the agent's desktop, reads it and clicks the copy
+    // button, which takes the box's text as it is, up to 4,095 units and the terminator.
+    const std::wstring box = Hex(hAbout);
+    EXPECT_EQ(std::make_pair(DWORD{0}, Narrow(box) + "\n"),
+              Driver({L"find", L"--title", L"About Kestrova Vexa Remote Control", L"--desktop",
+                      r.desktop.Name(), L"--shown"}));
+    const auto text = Driver({L"text", box, std::to_wstring(IDC_ABOUT_INFO)});
+    EXPECT_EQ(0u, text.first);
+    EXPECT_EQ(0u, text.second.find("Computer name: PC-7")) << text.second;
+    EXPECT_EQ(0u, Driver({L"click", box, std::to_wstring(IDC_ABOUT_COPY)}).first);
     EXPECT_EQ(ItemText(hAbout, IDC_ABOUT_INFO), kvui::ClipboardText().value_or(L"<no text>"));
+    // A control that is not there fails; a command that makes no sense is a usage error.
+    EXPECT_EQ(1u, Driver({L"click", box, L"4242"}).first);
+    EXPECT_EQ(2u, Driver({L"frobnicate"}).first);
     const std::wstring longText(5000, L'x');
     SendDlgItemMessageW(hAbout, IDC_ABOUT_INFO, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(longText.c_str()));
     SendMessageW(hAbout, WM_COMMAND, IDC_ABOUT_COPY, 0);

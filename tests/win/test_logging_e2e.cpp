@@ -1,8 +1,6 @@
 // The built agent configures its logging from the folder it runs in.
 #include "test_agent_support.h"
 
-#include <regex>
-
 using namespace kvtest;
 
 namespace
@@ -28,25 +26,6 @@ std::string RunAgent(const AgentFolder& agent, const std::string& config, const 
 }
 
 } // namespace
-
-TEST(AgentLogging, TraceConfigurationBesideTheAgentShowsItsStart)
-{
-    AgentFolder agent;
-    const std::wstring log = agent.Path() + L"agent.log";
-    const std::string main = RunAgent(agent, LogConfigXml(log, "TRACE"), L"-onetimesession 6200");
-    // In this order, on the main thread, at places in the agent's source. Line by line: one pattern
-    // over the whole log would recurse through the regex engine once per character.
-    const std::string at = "\\|KVNXST\\|" + main + "\\|KVNXST\\.cpp:[0-9]+\\|";
-    const std::regex expected[] = {std::regex("TRACE" + at + "wWinMain entering\\."),
-                                   std::regex("INFO" + at + "lpCmdLine=-onetimesession 6200"),
-                                   std::regex("TRACE" + at + "wWinMain exiting\\.")};
-    const std::string text = ReadTextFile(log);
-    size_t nFound = 0;
-    for (const std::string& line : Lines(text))
-        if (nFound < std::size(expected) && std::regex_match(line, expected[nFound]))
-            ++nFound;
-    EXPECT_EQ(std::size(expected), nFound) << main << "\n" << text;
-}
 
 TEST(AgentLogging, ShippedConfigurationWritesInfoIntoTheUsersTempFolder)
 {

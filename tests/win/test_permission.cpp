@@ -1,7 +1,8 @@
 // The permission question in this process: CreatePermissionDialog on a thread of its own, on a
-// desktop of the test's own, against a datagram peer played by the test. The answers are checked
-// by the simulator's own record check; the console state, the beeps and the flashes come through
-// the system table.
+// desktop of the test's own, against a datagram peer played by the test: its countdown, and the
+// requests it answers without asking. The answers are checked by the simulator's own record check;
+// the console state, the beeps and the flashes come through the system table. What it shows and
+// the user's answers are proved end to end (test_permission_e2e.cpp).
 #include "test_agent_support.h"
 #include "test_log_capture.h"
 
@@ -9,7 +10,6 @@
 #include "KVNXST.h"
 #include "KvServiceMessages.h"
 #include "KvSystemApi.h"
-#include "NotifyDialog.h"
 #include "SimRecords.h"
 #include "UiDriver.h"
 #include "UtilWTS.h"
@@ -189,26 +189,6 @@ protected:
             Sleep(10);
         return hDlg;
     }
-    // Where SetNotifyDialogLocation puts a window of this size on the test's desktop.
-    POINT NoticeCorner(const RECT& rcSize) const
-    {
-        POINT at = {};
-        std::thread(
-            [&]
-            {
-                m_desktop.SetOnThisThread();
-                HWND hProbe = CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, rcSize.right - rcSize.left,
-                                              rcSize.bottom - rcSize.top, nullptr, nullptr, nullptr, nullptr);
-                SetNotifyDialogLocation(hProbe);
-                RECT rc = {};
-                GetWindowRect(hProbe, &rc);
-                at = {rc.left, rc.top};
-                DestroyWindow(hProbe);
-            })
-            .join();
-        return at;
-    }
-
     Seen m_seen;
     KvSystemApi m_api = FakeApi();
     KvScopedSystemApi m_scoped{m_api};
@@ -217,54 +197,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(PermissionDialog, ShowsTheRequestAsTheServiceAsksAndAnswersWithTheButtonPressed)
-{
-    const struct
-    {
-        std::u16string text; // 4,096 units: the array full, no terminator
-        std::uint32_t bKeep, bDenyDefault, dwVariant;
-        int nButton;
-        std::uint32_t dwExpected;
-    } cases[] = {
-        {u"alice at 10.0.0.7 asks", 0, 0, 0, IDOK, KV_PERMISSION_ALLOWED},
-        {u"bob asks", 1, 1, 1, IDCANCEL, KV_PERMISSION_DENIED},
-        {std::u16string(4096, u'x'), 1, 0, 0, IDCANCEL, KV_PERMISSION_DENIED},
-    };
-    for (const auto& c : cases)
-    {
-        SCOPED_TRACE("case " + std::to_string(&c - cases));
-        auto request = Request(u"", c.bKeep, c.bDenyDefault, c.dwVariant);
-        std::copy(c.text.begin(), c.text.end(), request->szRequest);
-        std::future<int> shown = Start(m_peer.Port());
-        ASSERT_TRUE(m_peer.Ask(*request));
-        HWND hDlg = Dialog();
-        ASSERT_NE(nullptr, hDlg);
-
-        // Shown cut to what fits, never read past the record's array.
-        const std::u16string shownText = c.text.substr(0, 4095);
-        EXPECT_EQ(std::wstring(shownText.begin(), shownText.end()), kvui::ReadText(GetDlgItem(hDlg, 1001)));
-        const std::wstring question = *kvui::ReadText(GetDlgItem(hDlg, 1002));
-        EXPECT_EQ(0u, question.find(ResourceText(g_hResInstance, c.dwVariant == 0 ? 72 : 74))) << Narrow(question);
-        EXPECT_EQ(Countdown(120), kvui::ReadText(GetDlgItem(hDlg, 1014)));
-        const DWORD dwDef = static_cast<DWORD>(SendMessageW(hDlg, DM_GETDEFID, 0, 0));
-        EXPECT_EQ(c.bDenyDefault != 0 ? IDCANCEL : IDOK, LOWORD(dwDef));
-        EXPECT_EQ(WS_EX_TOPMOST, GetWindowLongW(hDlg, GWL_EXSTYLE) & WS_EX_TOPMOST);
-
-        RECT rc = {};
-        GetWindowRect(hDlg, &rc);
-        const POINT expected = c.bKeep != 0 ? POINT{0, 0} : NoticeCorner(rc);
-        EXPECT_EQ(expected.x, rc.left);
-        EXPECT_EQ(expected.y, rc.top);
-
-        ASSERT_TRUE(kvui::ClickButton(hDlg, c.nButton));
-        std::string problems;
-        EXPECT_EQ(c.dwExpected, m_peer.Answer(*request, &problems)) << problems;
-        EXPECT_EQ(1, shown.get());
-        EXPECT_EQ(1, m_seen.nBeeps.load()); // on showing
-        m_seen.nBeeps = 0;
-    }
-}
 
 TEST_F(PermissionDialog, CountsDownBeepingAndFlashingInTheLastSixSecondsThenAnswersTimeout)
 {

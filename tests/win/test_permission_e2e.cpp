@@ -41,15 +41,16 @@ TEST(PermissionQuestion, TheUsersAnswerTheCloseBoxAndTheServicesWithdrawalReachT
     const struct
     {
         const char* szOptions;
+        bool bDenyDefault, bKeep;
         const char* szExpected; // expect-permission
         std::function<bool(HWND)> act;
     } cases[] = {
-        {"", "allow", [](HWND h) { return kvui::ClickButton(h, IDOK); }},
-        {"", "deny", [](HWND h) { return kvui::ClickButton(h, IDCANCEL); }},
-        {"deny-default=1", "deny", PressEnter},
-        {"deny-default=0", "allow", PressEnter},
-        {"keep=1", "deny", [](HWND h) { return kvui::CloseWindow(h); }},
-        {"variant=1", "withdrawn", nullptr},
+        {"", false, false, "allow", [](HWND h) { return kvui::ClickButton(h, IDOK); }},
+        {"", false, false, "deny", [](HWND h) { return kvui::ClickButton(h, IDCANCEL); }},
+        {"deny-default=1", true, false, "deny", PressEnter},
+        {"deny-default=0", false, false, "allow", PressEnter},
+        {"keep=1", false, true, "deny", [](HWND h) { return kvui::CloseWindow(h); }},
+        {"variant=1", false, false, "withdrawn", nullptr},
     };
     for (const auto& c : cases)
     {
@@ -57,6 +58,14 @@ TEST(PermissionQuestion, TheUsersAnswerTheCloseBoxAndTheServicesWithdrawalReachT
         r.sim.Play({std::string("permission Viewer alice from 10.0.0.7 ") + c.szOptions});
         HWND hDlg = WaitForQuestion();
         ASSERT_NE(nullptr, hDlg) << r.Story();
+        // The service's text, the default button it asks for, on top of everything; asked to keep
+        // it, at the screen's corner rather than beside the taskbar.
+        EXPECT_EQ(L"Viewer alice from 10.0.0.7", kvui::ReadText(GetDlgItem(hDlg, 1001)));
+        EXPECT_EQ(c.bDenyDefault ? IDCANCEL : IDOK, LOWORD(SendMessageW(hDlg, DM_GETDEFID, 0, 0)));
+        EXPECT_NE(0, GetWindowLongW(hDlg, GWL_EXSTYLE) & WS_EX_TOPMOST);
+        RECT rc = {};
+        GetWindowRect(hDlg, &rc);
+        EXPECT_EQ(c.bKeep, rc.left == 0 && rc.top == 0) << rc.left << "," << rc.top;
         if (c.act)
             EXPECT_TRUE(c.act(hDlg));
         else

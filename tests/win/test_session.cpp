@@ -1,6 +1,5 @@
-// Session queries and actions. Wine cannot answer most WTS questions, has neither a lock nor a
-// screen-saver desktop, and its ExitWindowsEx ends the whole Wine session, so fakes in the system
-// table answer; the few queries that Wine does answer are checked against the real system.
+// Session queries and actions. Wine cannot answer most WTS questions and has neither a lock nor a
+// screen-saver desktop, so fakes in the system table answer.
 #include "DesktopOptions.h"
 #include "KvSystemApi.h"
 #include "UtilScreenSaver.h"
@@ -28,8 +27,7 @@ struct FakeState
     LONG lVersionStatus = 0;
     DWORD dwMajor = 10, dwMinor = 0;
     WORD wServicePack = 0;
-    std::vector<std::pair<UINT, DWORD>> exitCalls;
-    BOOL bExitResult = TRUE, bLockResult = TRUE, bSaverDesktop = FALSE, bOpenedInherit = TRUE;
+    BOOL bLockResult = TRUE, bSaverDesktop = FALSE, bOpenedInherit = TRUE;
     HWND hForeground = nullptr;
     std::vector<HWND> saverWindows;
     std::wstring openedName;
@@ -97,8 +95,6 @@ protected:
         m_api.pfnWTSGetActiveConsoleSessionId = []() WINAPI
         { return g_fake.dwConsoleIds[g_fake.nConsoleCalls++ == 0 ? 0 : 1]; };
         m_api.pfnRtlGetVersion = FakeRtlGetVersion;
-        m_api.pfnExitWindowsEx = [](UINT uFlags, DWORD dwReason) WINAPI
-        { return g_fake.exitCalls.emplace_back(uFlags, dwReason), g_fake.bExitResult; };
         m_api.pfnLockWorkStation = []() WINAPI
         { return SetLastError(g_fake.dwLockError), g_fake.bLockResult; };
         m_api.pfnGetForegroundWindow = []() WINAPI { return g_fake.hForeground; };
@@ -226,27 +222,6 @@ TEST_F(SessionTest, VersionComparesMajorThenMinorThenServicePack)
     EXPECT_EQ(1, IsWindows10OrGreater());
     g_fake.lVersionStatus = static_cast<LONG>(0xC0000002L); // unreadable: not Windows 10
     EXPECT_EQ(0, IsWindows10OrGreater());
-}
-
-TEST(SessionSystemTest, QueriesWineAnswersMatchTheSystem)
-{
-    DWORD dwSession = 0xFFFFFFFF;
-    ASSERT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &dwSession));
-    EXPECT_EQ(dwSession, GetSessionID());
-    // The prefix is Windows 10, though no manifest of this program admits it.
-    EXPECT_EQ(1, IsWindows10OrGreater());
-    EXPECT_NE(0, GetFileMajorVersion(L"Shell32.dll"));
-    EXPECT_EQ(0, GetFileMajorVersion(L"C:\\no\\such\\module.dll"));
-}
-
-TEST_F(SessionTest, LogoffForcesForAnyNonZeroValue)
-{
-    for (int bForce : {0, 1, -3})
-        EXPECT_NE(0, Logoff(bForce));
-    const std::vector<std::pair<UINT, DWORD>> expected = {{EWX_LOGOFF, 0}, {EWX_FORCE, 0}, {EWX_FORCE, 0}};
-    EXPECT_EQ(expected, g_fake.exitCalls);
-    g_fake.bExitResult = FALSE;
-    EXPECT_EQ(0, Logoff(0));
 }
 
 TEST_F(SessionTest, FailedOrMissingLockStartsTheScreenSaver)

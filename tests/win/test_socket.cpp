@@ -110,21 +110,6 @@ TEST(KvSocketStream, ReadFailsWhenThePeerClosesMidRecordOrTheOwnerCloses)
     EXPECT_EQ(1, c.sock.Close()) << "twice is harmless";
 }
 
-TEST(KvSocketStream, SendGoesOutWholeAndStreamsHaveNoDelay)
-{
-    Connected c;
-    BOOL bNoDelay = FALSE;
-    int cb = sizeof bNoDelay;
-    getsockopt(c.sock.GetHandle(), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<char*>(&bNoDelay), &cb);
-    EXPECT_TRUE(bNoDelay);
-
-    const std::vector<char> record = Pattern(4100);
-    ASSERT_EQ(1, c.sock.Send(record.data(), 4100));
-    std::vector<char> got(4100);
-    EXPECT_EQ(4100, recv(c.hConn, got.data(), 4100, MSG_WAITALL));
-    EXPECT_EQ(record, got);
-}
-
 TEST(KvSocketStream, TimeoutsNeedASocketAndEndAWaitingRead)
 {
     CKvSocket none;

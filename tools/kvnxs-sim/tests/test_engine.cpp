@@ -51,13 +51,6 @@ struct Conversation
 
     bool Traced(const std::string& what) const { return trace.str().find(what) != std::string::npos; }
 
-    template <typename T> std::unique_ptr<T> Last() const
-    {
-        auto rec = std::make_unique<T>();
-        EXPECT_TRUE(KvRecordFromBytes(*rec, agent.records.back().data(), agent.records.back().size()));
-        return rec;
-    }
-
     std::ostringstream trace;
     kvsim::Reporter reporter{trace, trace};
     kvsim::Engine engine;
@@ -155,26 +148,6 @@ TEST(EngineRunning, AnswersNobodyAskedForAndWrongMasksAreErrors)
     EXPECT_TRUE(c.Traced("carries mask 15, the service sent 31"));
 }
 
-TEST(EngineRunning, ScriptRecordsCarryTheSimulatorsState)
-{
-    Conversation c;
-    c.Run("connect alice");
-    c.Run("connect bob");
-    c.Run("disconnect alice");
-    EXPECT_EQ(1u, c.Last<MSG_TRAYICON_CONNECT_INFO>()->dwConnections);
-    EXPECT_EQ(1u, c.Last<MSG_TRAYICON_CONNECT_INFO>()->dwViewerId);
-    c.Run("settings-update display-time=9");
-    c.Run("settings-update idle-icon=2"); // earlier changes stay
-    EXPECT_EQ(9u, c.Last<MSG_TRAYICON_SETTINGS>()->dwNotifyDisplayTime);
-    EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
-
-    c.Run("exit");
-    c.engine.OnAgentClosed();
-    EXPECT_EQ(0u, c.reporter.ErrorCount()) << "closing after an exit request is no fault";
-    EXPECT_FALSE(c.Run("lock-hint"));
-    EXPECT_TRUE(c.Traced("no agent connected"));
-}
-
 TEST(EngineDatagrams, PortQueryAndInvitationPeerByPeer)
 {
     kvsim::EngineOptions options;
@@ -241,30 +214,4 @@ TEST(EngineHandshake, TheAgentMustNameItsOwnSessionWhenTheTestKnowsIt)
         EXPECT_EQ(session == 1 ? 0u : 1u, c.reporter.ErrorCount()) << c.trace.str();
         EXPECT_EQ(session != 1, c.Traced("version echo carries session id 1, the agent runs in session 2"));
     }
-}
-
-TEST(EngineRunning, HandMadeRecordsForBadInputStillKeepTheConversationsBooks)
-{
-    Conversation c;
-    // Whole records by hand ask for their answers like the built ones.
-    c.Run("raw 40003 4752 fill=0xFF");
-    ASSERT_EQ(4752u, c.agent.records.back().size());
-    EXPECT_EQ(Bytes(4748, 0xFF), Bytes(c.agent.records.back().begin() + 4, c.agent.records.back().end()));
-    c.Run("raw 50009 8 fill=1");
-    c.Run("raw 100000");
-    EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
-    EXPECT_TRUE(c.engine.TakeReceived(MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION));
-    EXPECT_TRUE(c.Traced("<< MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK (8 bytes) mask=0x1010101"));
-
-    // A chat head may announce another length than its body has.
-    c.Run("chat bob hi length=4294967295");
-    EXPECT_NE(MSG_TYPE_CHAT_MESSAGE, KvReadU32(c.agent.records.back().data())) << "nobody can frame it";
-    EXPECT_TRUE(c.Traced(">> MSG_TYPE_CHAT_MESSAGE (532 bytes) user=\"bob\" length=4294967295 text=\"hi\""))
-        << c.trace.str();
-
-    // After the service hangs up, late bytes from the agent are no protocol fault.
-    c.engine.OnServiceClosed();
-    EXPECT_TRUE(c.engine.AgentClosed());
-    c.AgentSends(Bytes{1, 2, 3, 4, 5});
-    EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
 }

@@ -56,39 +56,6 @@ std::vector<std::string> CheckAnswer(const std::uint8_t* data, std::size_t size)
 
 } // namespace
 
-TEST(AgentRecords, BuiltRecordsRoundTripThroughTheParserAndCheckClean)
-{
-    const std::u16string text = u"how are you?";
-    const KvReverseConnectionFields<char16_t> reverse{0, u"viewer", 6130};
-    const Bytes records[] = {
-        Make<MSG_VERSION>([](auto& r) { KvZero(r), KvBuildVersionAnswer(r, 1); }),
-        Make<MSG_TRAYICON_LANGUAGE>([](auto& r) { KvBuildLanguage(r, u"fr", Info()); }),
-        Make<MSG_TRAYICON_USER_REQUEST>([](auto& r) { KvBuildUserRequest(r, Info(0x14)); }),
-        Make<MSG_TRAYICON_EXIT>([](auto& r) { KvBuildExit(r, Info()); }),
-        ToBytes(Info()),
-        ToBytes(KvBuildSessionEnd(3)),
-        ToBytes(KvBuildDesktopState(8)),
-        ToBytes(KvBuildDesktopEffectsAck(0x7)),
-        ToBytes(KvBuildTypeOnly(70040)),
-        Make<MSG_REVERSE_CONNECTION>([&](auto& r) { KvBuildReverseConnectionRequest(r, reverse); }),
-        Make<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildJoinSessionRequest(r, 1, u"42-42"); }),
-        Make<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildReverseConnectionCancel(r); }),
-        KvBuildChatMessage(u"alice", text.data(), text.size()),
-    };
-    for (const Bytes& built : records)
-    {
-        const std::uint32_t id = KvReadU32(built.data());
-        Bytes stream = built;
-        stream.insert(stream.end(), built.begin(), built.end()); // twice, to see where one ends
-        std::vector<Bytes> decoded;
-        KvDecodeStream(stream.data(), stream.size(), KvDirection::ToService,
-                       [&](const KvRecordDecoder::Event& ev) { decoded.push_back(ev.record); });
-        EXPECT_EQ((std::vector<Bytes>{built, built}), decoded) << id;
-        const std::vector<std::string> problems = kvsim::CheckAgentRecord(built.data(), built.size());
-        EXPECT_TRUE(problems.empty()) << id << ": " << problems.front();
-    }
-}
-
 TEST(AgentRecords, EachCheckCatchesItsFault)
 {
     const auto agent = kvsim::CheckAgentRecord;
