@@ -138,7 +138,13 @@ TEST(AboutBox, ShowsTheServiceVersionAndInformationCopiesItAndClosesOnItsTimer)
     EXPECT_EQ(0u, text.first);
     EXPECT_EQ(0u, text.second.find("Computer name: PC-7")) << text.second;
     EXPECT_EQ(0u, Driver({L"click", box, std::to_wstring(IDC_ABOUT_COPY)}).first);
-    EXPECT_EQ(ItemText(hAbout, IDC_ABOUT_INFO), kvui::ClipboardText().value_or(L"<no text>"));
+    // The click is posted: the copy lands a moment later.
+    const std::wstring info = ItemText(hAbout, IDC_ABOUT_INFO);
+    std::wstring copied;
+    for (const ULONGLONG end = GetTickCount64() + kE2eWait; copied != info && GetTickCount64() < end;
+         Sleep(20))
+        copied = kvui::ClipboardText().value_or(L"");
+    EXPECT_EQ(info, copied);
     // A control that is not there fails; a command that makes no sense is a usage error.
     EXPECT_EQ(1u, Driver({L"click", box, L"4242"}).first);
     EXPECT_EQ(2u, Driver({L"frobnicate"}).first);

@@ -96,7 +96,8 @@ TEST(AgentResources, LibraryHoldsEveryStringWithExactlyItsPlaceholdersEveryIconA
     HMODULE lib = LoadAsData(L"KVNXSTRES.dll");
     ASSERT_NE(lib, nullptr) << "KVNXSTRES.dll missing beside the test";
     for (const auto& expected : kFormatted)
-        EXPECT_EQ(expected.conversions, Conversions(kvtest::ResourceText(lib, expected.id))) << "string " << expected.id;
+        EXPECT_EQ(expected.conversions, Conversions(kvtest::ResourceText(lib, expected.id)))
+            << "string " << expected.id;
     for (UINT id : kPlain)
     {
         const std::wstring text = kvtest::ResourceText(lib, id);

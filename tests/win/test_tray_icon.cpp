@@ -1,5 +1,7 @@
-// The tray window's icon, balloons and connection notices in this process, against a stand-in for
-// the shell's notification area on a desktop of the test's own.
+// The tray window's icon and balloons in this process, against a stand-in for the shell's
+// notification area on a desktop of the test's own. Which picture shows when is the host's
+// (test_trayicon.cpp), and the records that move the icon and open the notices reach it end to end
+// (test_resident_e2e.cpp).
 #include "fake_shell.h"
 #include "parked_tray_window.h"
 #include "test_agent_support.h"
@@ -126,7 +128,8 @@ TEST_F(TrayIcon, RefusedAddIsRetriedEverySecondForAMinuteThenEveryMinuteAndComes
 TEST_F(TrayIcon, TooltipCarriesTheHeadsAndIsCutToTheShellsField)
 {
     CTaskBarWindow& w = *m_window;
-    const std::wstring oneTime = ResourceText(g_hResInstance, IDS_TOOLTIP_ONETIME), note = ResourceText(g_hResInstance, IDS_SERVICE_FLAG_NOTE);
+    const std::wstring oneTime = ResourceText(g_hResInstance, IDS_TOOLTIP_ONETIME),
+                       note = ResourceText(g_hResInstance, IDS_SERVICE_FLAG_NOTE);
     ASSERT_FALSE(oneTime.empty() || note.empty());
     g_bOneTimeSession = 1;
     w.m_Settings.bTooltipNote = 1;
@@ -179,60 +182,6 @@ TEST_F(TrayIcon, BalloonsFollowThePolicyAndAreCut)
     EXPECT_EQ(1, w.SendTrayMsgServerReconfiguring(0, L"Plain"));
     EXPECT_EQ(static_cast<UINT>(NIF_TIP), m_shell->calls.back().uFlags);
     EXPECT_EQ(L"Plain", HeldIcon().tip);
-}
-
-TEST_F(TrayIcon, ConnectAndDisconnectNoticesOpenTheDialogAsTheSettingsSay)
-{
-    CTaskBarWindow& w = *m_window;
-    const WPARAM none = static_cast<WPARAM>(-1);
-    const struct
-    {
-        int nMode, nConnections;
-        std::uint32_t bNotifyDlg, bNotifyMode2;
-        WPARAM posted;
-    } connects[] = {
-        {1, 1, 1, 0, 0}, {1, 1, 0, 1, none}, {2, 1, 0, 1, 0}, {2, 1, 0, 0, none}, {1, 0, 1, 1, none},
-    };
-    for (const auto& c : connects)
-    {
-        w.m_nMode = c.nMode;
-        w.m_nConnections = c.nConnections;
-        w.m_bNotifyDlg = c.bNotifyDlg;
-        w.m_bNotifyMode2 = c.bNotifyMode2;
-        w.m_nNotifyKind = 0;
-        w.NotifyConnect();
-        EXPECT_EQ(c.posted, TakePosted(WM_KV_SHOW_NOTIFY_DLG)) << c.nMode << c.bNotifyDlg << c.bNotifyMode2;
-        EXPECT_EQ(c.posted == none ? 0 : KV_NOTIFY_CONNECT, w.m_nNotifyKind);
-    }
-
-    // The last viewer leaves: the notice is recreated when asked for, the desktop put back, the icon
-    // idle again.
-    const std::string restored = "CTaskBarWindow::RetoreDesktopOptions entering.";
-    w.m_nConnections = 1;
-    w.NotifyConnect();
-    TakePosted(WM_KV_SHOW_NOTIFY_DLG);
-    EXPECT_TRUE(HeldIcon().iconBits == FakeShell::IconBits(w.m_hIconConnected));
-    w.m_nConnections = 0;
-    w.m_nDesktopResets = 3;
-    w.m_bFirstNotify = 0;
-    w.NotifyDisconnect();
-    EXPECT_EQ(0u, TakePosted(WM_KV_RECREATE_NOTIFY_DLG));
-    EXPECT_EQ(KV_NOTIFY_DISCONNECT, w.m_nNotifyKind);
-    EXPECT_EQ(1, w.m_bFirstNotify);
-    EXPECT_EQ(1, w.m_nDesktopResets);
-    EXPECT_EQ(1u, m_log.Count("TRACE", "DesktopOptions", restored));
-    EXPECT_TRUE(HeldIcon().iconBits == FakeShell::IconBits(w.m_hIconIdle));
-
-    // One of two viewers leaves, disconnect notices off.
-    w.m_bNotifyDisconnect = 0;
-    w.m_nConnections = 1;
-    w.NotifyDisconnect();
-    EXPECT_EQ(none, TakePosted(WM_KV_RECREATE_NOTIFY_DLG));
-    EXPECT_EQ(1u, m_log.Count("TRACE", "DesktopOptions", restored));
-
-    w.NotifyAll();
-    EXPECT_EQ(1u, TakePosted(WM_KV_SHOW_NOTIFY_DLG));
-    EXPECT_EQ(KV_NOTIFY_ALL, w.m_nNotifyKind);
 }
 
 namespace
