@@ -12,7 +12,6 @@ inline constexpr char KVNXST[] = "KVNXST";
 inline constexpr char KVNXSTWindow[] = "KVNXSTWindow";
 inline constexpr char KVNXSTWindowChat[] = "KVNXSTWindowChat";
 inline constexpr char ConnectionInfo[] = "ConnectionInfo";
-inline constexpr char DesktopSwitchWatcher[] = "DesktopSwitchWatcher";
 inline constexpr char SimultanousSessionMutex[] = "SimultanousSessionMutex";
 inline constexpr char AboutDialog[] = "AboutDialog";
 inline constexpr char UtilScreenSaver[] = "UtilScreenSaver";
@@ -32,7 +31,6 @@ inline constexpr char UtilSettings[] = "UtilSettings";
 inline constexpr char UtilLog[] = "UtilLog";
 inline constexpr char UtilVersion[] = "UtilVersion";
 inline constexpr char UtilWTS[] = "UtilWTS";
-inline constexpr char KvSocket[] = "KvSocket";
 } // namespace KvLoggerName
 
 // A unit's logger, for its static initialisation:

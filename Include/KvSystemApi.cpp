@@ -9,16 +9,19 @@ namespace
 {
 
 // A system library loaded for one call and freed at the end of the scope. The error mode keeps a
-// missing file from raising a box; the last error of the call survives the clean-up.
+// missing file from raising a box; it is the thread's own, since another thread may be loading a
+// library meanwhile. The last error of the call survives the clean-up.
 class QuietLibrary
 {
 public:
     explicit QuietLibrary(const wchar_t* szPath)
     {
-        const UINT uPrevious = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+        DWORD dwPrevious = 0;
+        const BOOL bModeSet = SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &dwPrevious);
         m_module.Reset(LoadLibraryW(szPath));
         const DWORD dwError = GetLastError();
-        SetErrorMode(uPrevious);
+        if (bModeSet)
+            SetThreadErrorMode(dwPrevious, nullptr);
         SetLastError(dwError);
     }
 
@@ -66,6 +69,12 @@ BOOL WINAPI SysWTSQuerySessionInformationW(HANDLE hServer, DWORD dwSessionId, WT
     QuietLibrary lib(L"wtsapi32.dll");
     auto pfn = lib.Find<decltype(KvSystemApi::pfnWTSQuerySessionInformationW)>("WTSQuerySessionInformationW");
     return pfn != nullptr ? pfn(hServer, dwSessionId, infoClass, ppBuffer, pcbReturned) : FALSE;
+}
+
+BOOL SysFindWTSFunction(const char* szName)
+{
+    QuietLibrary lib(L"wtsapi32.dll");
+    return lib.Find<FARPROC>(szName) != nullptr ? TRUE : FALSE;
 }
 
 void WINAPI SysWTSFreeMemory(PVOID pMemory)
@@ -184,6 +193,7 @@ BOOL SysGetScreenSaverRunning(BOOL* pbRunning)
 
 const KvSystemApi g_defaultSystemApi = {
     SysWTSQuerySessionInformationW,
+    SysFindWTSFunction,
     SysWTSFreeMemory,
     SysWTSEnumerateSessionsW,
     SysWTSRegisterSessionNotification,

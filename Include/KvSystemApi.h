@@ -18,12 +18,15 @@
 
 struct KvSystemApi
 {
-    // --- wtsapi32.dll, looked up at run time: error mode 32769, LoadLibraryW("wtsapi32.dll"),
+    // --- wtsapi32.dll, looked up at run time: the thread's error mode 32769, LoadLibraryW("wtsapi32.dll"),
     // GetProcAddress, call, FreeLibrary, for every call.
 
     // WTSQuerySessionInformationW. Under Wine it fails.
     BOOL(WINAPI* pfnWTSQuerySessionInformationW)
     (HANDLE hServer, DWORD dwSessionId, WTS_INFO_CLASS infoClass, LPWSTR* ppBuffer, DWORD* pcbReturned);
+    // Whether wtsapi32.dll exports szName, without calling it: FALSE with ERROR_MOD_NOT_FOUND or
+    // ERROR_PROC_NOT_FOUND as the last error.
+    BOOL (*pfnFindWTSFunction)(const char* szName);
     // WTSFreeMemory, for the buffers of the query and the enumeration. Does nothing when missing.
     void(WINAPI* pfnWTSFreeMemory)(PVOID pMemory);
     // WTSEnumerateSessionsW. Under Wine it lists no sessions.

@@ -5,6 +5,8 @@
 #include "KvLogging.h"
 #include "KvServiceMessages.h"
 #include "NotifyDialog.h"
+#include "ResourceText.h"
+#include "ServiceText.h"
 #include "resource.h"
 
 #include <algorithm>
@@ -34,11 +36,12 @@ constexpr wchar_t KV_BITNESS[] = L"";
 // user's window keeps the keyboard.
 constexpr UINT KV_TOPMOST_NO_ACTIVATE = 0x253;
 
-// What one open box paints with, kept in its DWLP_USER.
+// What one open box paints with and copies, kept in its DWLP_USER.
 struct AboutLook
 {
     bool bGradient = false;
     HICON hIcon = nullptr; // shared: not destroyed
+    std::wstring info;     // the information block, as the list shows it line by line
 };
 
 AboutLook* LookOf(HWND hDlg)
@@ -102,15 +105,7 @@ bool OwnPath(wchar_t (&szPath)[KV_PATH_UNITS])
 
 std::wstring Label(int nId)
 {
-    const wchar_t* p = nullptr;
-    const int cch = LoadStringW(g_hResInstance, static_cast<UINT>(nId), reinterpret_cast<LPWSTR>(&p), 0);
-    return cch > 0 && p != nullptr ? std::wstring(p, static_cast<std::size_t>(cch)) : std::wstring();
-}
-
-template <std::size_t N> std::wstring FieldText(const char16_t (&s)[N])
-{
-    const wchar_t* p = KvWide(s);
-    return std::wstring(p, wcsnlen(p, N));
+    return KvLoadText(static_cast<UINT>(nId));
 }
 
 // Version of the service program and the agent's legal notice; the template's text stays when the
@@ -136,14 +131,14 @@ void SetVersionLine(HWND hDlg)
     SetDlgItemTextW(hDlg, IDC_ABOUT_VERSION, szLine);
 }
 
-void SetInfoBlock(HWND hDlg, const MSG_TRAYICON_SETTINGS* pSettings)
+void SetInfoBlock(HWND hDlg, AboutLook& look, const MSG_TRAYICON_SETTINGS* pSettings)
 {
     KvAboutFacts facts{};
     facts.bOneTime = g_bOneTimeSession != 0;
     if (pSettings != nullptr)
     {
         for (std::size_t i = 0; i < 9; ++i)
-            facts.values[i] = FieldText(pSettings->szAboutText[i]);
+            facts.values[i] = KvShowableFieldW(pSettings->szAboutText[i]);
         facts.uOptionA = pSettings->uAboutOptionA;
         facts.uOptionB = pSettings->uAboutOptionB;
         facts.uFlagC = pSettings->uAboutFlagC;
@@ -154,7 +149,8 @@ void SetInfoBlock(HWND hDlg, const MSG_TRAYICON_SETTINGS* pSettings)
     LOG4CXX_INFO(logger, L"uAboutOptionA=" << facts.uOptionA << L" uAboutOptionB=" << facts.uOptionB
                                            << L" uAboutFlagC=" << facts.uFlagC << L" cchInfo="
                                            << block.size());
-    SetDlgItemTextW(hDlg, IDC_ABOUT_INFO, block.c_str());
+    KvShowLines(GetDlgItem(hDlg, IDC_ABOUT_INFO), block);
+    look.info = block;
 }
 
 INT_PTR OnInitDialog(HWND hDlg, LPARAM lParam)
@@ -168,9 +164,9 @@ INT_PTR OnInitDialog(HWND hDlg, LPARAM lParam)
     pLook->hIcon = KvLoadDialogIcon();
     SetVersionLine(hDlg);
     SetTimer(hDlg, KV_ABOUT_TIMER, KV_ABOUT_TIMER_MS, nullptr);
-    SetInfoBlock(hDlg, reinterpret_cast<const MSG_TRAYICON_SETTINGS*>(lParam));
+    SetInfoBlock(hDlg, *pLook, reinterpret_cast<const MSG_TRAYICON_SETTINGS*>(lParam));
     SetWindowPos(hDlg, HWND_TOPMOST, 0, 0, 0, 0, KV_TOPMOST_NO_ACTIVATE);
-    // Focus on OK: the information text would otherwise open fully selected and scrolled down.
+    // Focus on OK, where Enter and Esc both close the box.
     SetFocus(GetDlgItem(hDlg, IDOK));
     return FALSE;
 }
@@ -196,16 +192,9 @@ void OnPaint(HWND hDlg)
     EndPaint(hDlg, &ps);
 }
 
-INT_PTR OnCtlColor(HWND hDlg, HDC hdc, HWND hControl)
+INT_PTR OnCtlColor(HWND hDlg, HDC hdc)
 {
     KvPrepareDialogText(hDlg, hdc);
-    // The information text scrolls: it keeps a solid background, or old lines would show through.
-    if (hControl == GetDlgItem(hDlg, IDC_ABOUT_INFO))
-    {
-        SetBkMode(hdc, OPAQUE);
-        SetBkColor(hdc, GetSysColor(COLOR_WINDOW));
-        return reinterpret_cast<INT_PTR>(GetSysColorBrush(COLOR_WINDOW));
-    }
     const AboutLook* pLook = LookOf(hDlg);
     return pLook != nullptr && pLook->bGradient ? reinterpret_cast<INT_PTR>(GetStockObject(NULL_BRUSH)) : 0;
 }
@@ -260,7 +249,7 @@ INT_PTR CALLBACK AboutWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lParam
         return TRUE;
     case WM_CTLCOLORDLG:
     case WM_CTLCOLORSTATIC:
-        return OnCtlColor(hDlg, reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
+        return OnCtlColor(hDlg, reinterpret_cast<HDC>(wParam));
     case WM_DESTROY:
         OnDestroy(hDlg);
         return FALSE;
@@ -284,7 +273,9 @@ int CopyToClipboard(HWND hDlg)
     {
         if (auto* pText = static_cast<wchar_t*>(GlobalLock(hMem)))
         {
-            const UINT cch = GetDlgItemTextW(hDlg, IDC_ABOUT_INFO, pText, KV_CLIPBOARD_UNITS);
+            const AboutLook* pLook = LookOf(hDlg);
+            const std::size_t cch =
+                pLook != nullptr ? pLook->info.copy(pText, KV_CLIPBOARD_UNITS - 1) : 0;
             GlobalUnlock(hMem);
             LOG4CXX_INFO(logger, L"cch=" << cch);
             if (SetClipboardData(CF_UNICODETEXT, hMem) != nullptr)

@@ -8,6 +8,8 @@
 #include "KvSocket.h"
 #include "KvSystemApi.h"
 #include "NotifyDialog.h"
+#include "ResourceText.h"
+#include "ServiceText.h"
 #include "resource.h"
 
 #include <process.h>
@@ -25,6 +27,7 @@ constexpr int kRecordSize = static_cast<int>(sizeof(MSG_PERMISSION_RECORD));
 constexpr DWORD kSocketTimeoutMs = 5000;
 // Longest text read back from control 1002 and written into it.
 constexpr int kQuestionUnits = 8000;
+constexpr size_t kRequestUnitsShown = 4095;
 
 // The service's socket. The watcher holds a reference of its own while it reads, so ending the
 // dialog can close and drop the socket without pulling it from under a read in progress.
@@ -42,17 +45,10 @@ HICON g_hIcon = nullptr;
 HBRUSH g_hBrush = nullptr;
 bool g_bGradient = false;
 
-std::wstring LoadText(UINT uId)
-{
-    wchar_t sz[kQuestionUnits];
-    const int cch = LoadStringW(g_hResInstance, uId, sz, kQuestionUnits);
-    return std::wstring(sz, cch > 0 ? static_cast<size_t>(cch) : 0);
-}
-
 void ShowCountdown(HWND hDlg)
 {
     wchar_t szText[MAX_PATH] = {};
-    _snwprintf_s(szText, _TRUNCATE, LoadText(IDS_PERMISSION_COUNTDOWN_FMT).c_str(), g_nSecondsLeft);
+    _snwprintf_s(szText, _TRUNCATE, KvLoadText(IDS_PERMISSION_COUNTDOWN_FMT).c_str(), g_nSecondsLeft);
     SetDlgItemTextW(hDlg, IDC_PERMISSION_COUNTDOWN, szText);
     // The line is drawn by the dialog itself, so its area is repainted here.
     HWND hCountdown = GetDlgItem(hDlg, IDC_PERMISSION_COUNTDOWN);
@@ -71,7 +67,7 @@ void FillQuestion(HWND hDlg)
     if (GetDlgItemTextW(hDlg, IDC_PERMISSION_QUESTION, szFormat, kQuestionUnits) == 0)
         return;
     const std::wstring variant =
-        LoadText(g_record.dwTextVariant == 0 ? IDS_PERMISSION_TEXT_0 : IDS_PERMISSION_TEXT_1);
+        KvLoadText(g_record.dwTextVariant == 0 ? IDS_PERMISSION_TEXT_0 : IDS_PERMISSION_TEXT_1);
     auto szQuestion = std::make_unique<wchar_t[]>(kQuestionUnits);
     _snwprintf_s(szQuestion.get(), kQuestionUnits, _TRUNCATE, szFormat, variant.c_str());
     SetDlgItemTextW(hDlg, IDC_PERMISSION_QUESTION, szQuestion.get());
@@ -112,12 +108,10 @@ void OnInitDialog(HWND hDlg)
 
     g_nSecondsLeft = KV_PERMISSION_SECONDS;
     // The record's text may fill its whole array without a terminator: shown cut, never read past.
-    wchar_t szRequest[sizeof g_record.szRequest / sizeof g_record.szRequest[0]];
-    const size_t cchRequest = KvStringLength(g_record.szRequest);
-    const size_t cchShown = cchRequest < 4095 ? cchRequest : 4095;
-    std::wmemcpy(szRequest, KvWide(g_record.szRequest), cchShown);
-    szRequest[cchShown] = L'\0';
-    SetDlgItemTextW(hDlg, IDC_PERMISSION_REQUEST, szRequest);
+    std::wstring request = KvShowableFieldW(g_record.szRequest, true);
+    if (request.size() > kRequestUnitsShown)
+        request.resize(kRequestUnitsShown);
+    SetDlgItemTextW(hDlg, IDC_PERMISSION_REQUEST, request.c_str());
     ShowCountdown(hDlg);
 
     if (g_record.bDenyDefault != 0)

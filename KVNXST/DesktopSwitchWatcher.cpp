@@ -8,7 +8,8 @@
 
 #include <windows.h>
 
-static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::DesktopSwitchWatcher));
+// The watcher is part of the service link and logs under its name.
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::ConnectionInfo));
 
 namespace
 {

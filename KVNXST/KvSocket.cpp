@@ -5,7 +5,8 @@
 #include <cstdio>
 #include <cwchar>
 
-static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::KvSocket));
+// The socket serves the connection thread and logs under its name.
+static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::ConnectionInfo));
 
 namespace
 {

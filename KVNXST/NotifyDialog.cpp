@@ -5,6 +5,8 @@
 #include "KvLogging.h"
 #include "KvSystemApi.h"
 #include "NoticePlacement.h"
+#include "ResourceText.h"
+#include "ServiceText.h"
 #include "resource.h"
 
 #include <mmsystem.h>
@@ -136,6 +138,32 @@ HGDIOBJ KvDialogFont(HWND hDlg)
     return hFont != nullptr ? hFont : GetStockObject(ANSI_VAR_FONT);
 }
 
+void KvShowLines(HWND hList, const std::wstring& text)
+{
+    SendMessageW(hList, WM_SETREDRAW, FALSE, 0);
+    SendMessageW(hList, LB_RESETCONTENT, 0, 0);
+    HDC hdc = GetDC(hList);
+    HGDIOBJ hOldFont = SelectObject(hdc, reinterpret_cast<HGDIOBJ>(SendMessageW(hList, WM_GETFONT, 0, 0)));
+    LONG cxWidest = 0;
+    for (std::size_t begin = 0; begin <= text.size();)
+    {
+        std::size_t end = text.find(L"\r\n", begin);
+        if (end == std::wstring::npos)
+            end = text.size();
+        const std::wstring line = text.substr(begin, end - begin);
+        SendMessageW(hList, LB_ADDSTRING, 0, reinterpret_cast<LPARAM>(line.c_str()));
+        SIZE size = {};
+        if (GetTextExtentPoint32W(hdc, line.c_str(), static_cast<int>(line.size()), &size) && size.cx > cxWidest)
+            cxWidest = size.cx;
+        begin = end + 2;
+    }
+    SelectObject(hdc, hOldFont);
+    ReleaseDC(hList, hdc);
+    SendMessageW(hList, LB_SETHORIZONTALEXTENT, static_cast<WPARAM>(cxWidest + 4), 0);
+    SendMessageW(hList, WM_SETREDRAW, TRUE, 0);
+    InvalidateRect(hList, nullptr, TRUE);
+}
+
 void KvPrepareDialogText(HWND hDlg, HDC hdc)
 {
     SetBkMode(hdc, TRANSPARENT);
@@ -225,24 +253,10 @@ constexpr DWORD KV_SOUND_FLAGS = SND_ALIAS | SND_NOWAIT | SND_NODEFAULT;
 bool g_bNotifyGradient = false;
 HICON g_hNotifyIcon = nullptr;
 
-// A record's text up to its terminator or the end of its array, whichever comes first.
-template <std::size_t N> std::wstring FieldText(const char16_t (&field)[N])
-{
-    const wchar_t* psz = KvWide(field);
-    return std::wstring(psz, wcsnlen(psz, N));
-}
-
-std::wstring LoadText(UINT uId)
-{
-    const wchar_t* psz = nullptr;
-    const int cch = LoadStringW(g_hResInstance, uId, reinterpret_cast<wchar_t*>(&psz), 0);
-    return cch > 0 && psz != nullptr ? std::wstring(psz, static_cast<std::size_t>(cch)) : std::wstring();
-}
-
 std::wstring FormatNumber(UINT uFormatId, long nValue)
 {
     wchar_t szText[KV_NOTIFY_TEXT_MAX] = {};
-    _snwprintf_s(szText, _TRUNCATE, LoadText(uFormatId).c_str(), nValue);
+    _snwprintf_s(szText, _TRUNCATE, KvLoadText(uFormatId).c_str(), nValue);
     return szText;
 }
 
@@ -256,17 +270,17 @@ std::wstring ViewerNoticeBody(const CTaskBarWindow& tray, bool bConnected)
 {
     const MSG_TRAYICON_CONNECT_INFO& info = tray.m_ConnectInfo;
     KvNoticeLines lines;
-    lines.first = bConnected ? FieldText(tray.m_Settings.szConnectHeader) : LoadText(IDS_NOTIFY_DISCONNECTED);
-    lines.labels[0] = LoadText(IDS_NOTIFY_LABEL_FIELD1);
-    lines.labels[1] = LoadText(IDS_NOTIFY_LABEL_FIELD2);
-    lines.labels[2] = LoadText(IDS_NOTIFY_LABEL_FIELD3);
-    lines.fields[0] = FieldText(info.szUsername);
-    lines.fields[1] = FieldText(info.szSecondLine);
-    lines.fields[2] = FieldText(info.szThirdLine);
+    lines.first = bConnected ? KvShowableFieldW(tray.m_Settings.szConnectHeader) : KvLoadText(IDS_NOTIFY_DISCONNECTED);
+    lines.labels[0] = KvLoadText(IDS_NOTIFY_LABEL_FIELD1);
+    lines.labels[1] = KvLoadText(IDS_NOTIFY_LABEL_FIELD2);
+    lines.labels[2] = KvLoadText(IDS_NOTIFY_LABEL_FIELD3);
+    lines.fields[0] = KvShowableFieldW(info.szUsername);
+    lines.fields[1] = KvShowableFieldW(info.szSecondLine);
+    lines.fields[2] = KvShowableFieldW(info.szThirdLine);
     if (info.dwTrayIcon == 0)
-        lines.selectorNote = LoadText(IDS_NOTIFY_LINE_SELECTOR_0);
+        lines.selectorNote = KvLoadText(IDS_NOTIFY_LINE_SELECTOR_0);
     else if (info.dwTrayIcon == 2)
-        lines.selectorNote = LoadText(IDS_NOTIFY_LINE_SELECTOR_2);
+        lines.selectorNote = KvLoadText(IDS_NOTIFY_LINE_SELECTOR_2);
     return KvComposeNoticeBody(lines, KV_NOTIFY_TEXT_MAX);
 }
 
@@ -285,24 +299,22 @@ void ShowViewerList(HWND hDlg, const CTaskBarWindow& tray)
     SetDlgItemTextW(
         hDlg, IDC_NOTIFY_HEADING,
         FormatNumber(IDS_NOTIFY_ALL_HEADING_FMT, static_cast<long>(tray.m_NotifyAll.dwCount)).c_str());
-    const std::wstring text = FieldText(tray.m_NotifyAll.szText);
+    const std::wstring text = KvShowableFieldW(tray.m_NotifyAll.szText, true);
     if (text.empty())
     {
-        SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, LoadText(IDS_NOTIFY_ALL_EMPTY).c_str());
+        SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, KvLoadText(IDS_NOTIFY_ALL_EMPTY).c_str());
         return;
     }
-    HWND hBody = GetDlgItem(hDlg, IDC_NOTIFY_BODY);
-    SetWindowTextW(hBody, text.substr(0, KV_NOTIFY_TEXT_MAX - 1).c_str());
-    ShowScrollBar(hBody, SB_VERT, TRUE);
-    SendMessageW(hBody, EM_SETSEL, 0, 0);
+    HWND hList = GetDlgItem(hDlg, IDC_NOTIFY_LIST);
+    KvShowLines(hList, text.substr(0, KV_NOTIFY_TEXT_MAX - 1));
+    ShowWindow(hList, SW_SHOWNA);
     if (!bButton)
-        SetFocus(hBody);
+        SetFocus(hList);
 }
 
 void ShowViewerNotice(HWND hDlg, const CTaskBarWindow& tray, bool bConnected)
 {
-    ShowWindow(GetDlgItem(hDlg, IDC_NOTIFY_BODY), SW_HIDE);
-    const std::wstring heading = FieldText(tray.m_Settings.szNotifyHeading);
+    const std::wstring heading = KvShowableFieldW(tray.m_Settings.szNotifyHeading);
     if (!bConnected || !heading.empty())
         SetDlgItemTextW(hDlg, IDC_NOTIFY_HEADING, heading.c_str());
     SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, ViewerNoticeBody(tray, bConnected).c_str());
@@ -321,7 +333,7 @@ void OnInitNotice(HWND hDlg, CTaskBarWindow& tray)
         SetTimer(hDlg, KV_TIMER_NOTIFY_CLOSE,
                  ullMs < USER_TIMER_MAXIMUM ? static_cast<UINT>(ullMs) : USER_TIMER_MAXIMUM, nullptr);
     }
-    const std::wstring title = FieldText(tray.m_Settings.szNotifyTitle);
+    const std::wstring title = KvShowableFieldW(tray.m_Settings.szNotifyTitle);
     if (!title.empty())
         SetWindowTextW(hDlg, title.c_str());
     SetNotifyDialogLocation(hDlg);
@@ -381,7 +393,7 @@ void PaintNotice(HWND hDlg)
     if (g_hNotifyIcon != nullptr)
         DrawIconEx(hdc, 2, 2, g_hNotifyIcon, 0, 0, 0, nullptr, DI_NORMAL);
     HWND hBody = GetDlgItem(hDlg, IDC_NOTIFY_BODY);
-    if (hBody != nullptr && (GetWindowLongW(hBody, GWL_STYLE) & WS_VISIBLE) == 0)
+    if (hBody != nullptr && !IsWindowVisible(GetDlgItem(hDlg, IDC_NOTIFY_LIST)))
     {
         wchar_t szText[KV_NOTIFY_TEXT_MAX] = {};
         GetWindowTextW(hBody, szText, KV_NOTIFY_TEXT_MAX);
@@ -442,14 +454,6 @@ INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPara
         PaintNotice(hDlg);
         return TRUE;
     case WM_CTLCOLORSTATIC:
-        // The viewer list scrolls: without a background of its own its old lines would stay.
-        if (reinterpret_cast<HWND>(lParam) == GetDlgItem(hDlg, IDC_NOTIFY_BODY))
-        {
-            SetTextColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_WINDOWTEXT));
-            SetBkColor(reinterpret_cast<HDC>(wParam), GetSysColor(COLOR_WINDOW));
-            return reinterpret_cast<INT_PTR>(GetSysColorBrush(COLOR_WINDOW));
-        }
-        [[fallthrough]];
     case WM_CTLCOLORDLG:
         KvPrepareDialogText(hDlg, reinterpret_cast<HDC>(wParam));
         return g_bNotifyGradient ? reinterpret_cast<INT_PTR>(GetStockObject(NULL_BRUSH)) : 0;

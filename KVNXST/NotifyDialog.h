@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include <string>
+
 INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lParam);
 
 // Private message of the notice: play its sound now; lParam nonzero for the disconnect sound.
@@ -42,6 +44,11 @@ HICON KvLoadDialogIcon();
 // The font for texts a dialog draws itself: the dialog's own, which follows the screen's DPI (the
 // stock ANSI_VAR_FONT is a fixed-size bitmap font, tiny at 144 DPI); the stock font without one.
 HGDIOBJ KvDialogFont(HWND hDlg);
+
+// Shows text (lines split at CR LF) as the items of the list box hList, scrolling sideways to its
+// longest line. Text from the service goes to list boxes and static controls, never to an edit
+// control (see ServiceText.h).
+void KvShowLines(HWND hList, const std::wstring& text);
 
 // Sets up a WM_CTLCOLOR* answer: transparent text in the dialogs' colour, dialog result 1.
 void KvPrepareDialogText(HWND hDlg, HDC hdc);

@@ -2,6 +2,7 @@
 
 #include "KvHandles.h"
 #include "KvLogging.h"
+#include "ResourceText.h"
 #include "UtilFile.h"
 #include "resource.h"
 
@@ -31,14 +32,6 @@ void PauseForService()
     Sleep(0);
     Sleep(500);
     Sleep(0);
-}
-
-// The resource library as loaded at start (whichever language folder it came from), else the
-// agent itself.
-HMODULE ResourceModule()
-{
-    HMODULE hModule = GetModuleHandleW(L"KVNXSTRES.dll");
-    return hModule != nullptr ? hModule : GetModuleHandleW(nullptr);
 }
 
 } // namespace
@@ -117,9 +110,7 @@ int DisplaySettingsDialog(HWND hOwner, int bService)
     LOG4CXX_INFO(logger, L"hOwner=" << static_cast<const void*>(hOwner) << L" bService=" << bService);
     if (bService && !TestRegistryWriteAccess())
     {
-        wchar_t szText[1024] = {};
-        LoadStringW(ResourceModule(), IDS_SETTINGS_NO_WRITE_ACCESS, szText, 1024);
-        if (MessageBoxW(hOwner, szText, KV_APP_CAPTION, MB_YESNO | MB_ICONINFORMATION | MB_DEFBUTTON2) ==
+        if (MessageBoxW(hOwner, KvLoadText(IDS_SETTINGS_NO_WRITE_ACCESS).c_str(), KV_APP_CAPTION, MB_YESNO | MB_ICONINFORMATION | MB_DEFBUTTON2) ==
             IDNO)
             return 0;
     }

@@ -72,19 +72,22 @@ int IsSessionActive()
     DWORD cb = 0;
     int nActive = 0;
     if (api.pfnWTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, g_nSessionId, WTSConnectState, &pBuffer,
-                                           &cb))
+                                           &cb) &&
+        pBuffer != nullptr && cb >= sizeof(INT))
     {
-        if (pBuffer != nullptr && cb >= sizeof(INT))
-            nActive = *reinterpret_cast<const INT*>(pBuffer) == WTSActive ? 1 : 0;
-        if (pBuffer != nullptr)
-            api.pfnWTSFreeMemory(pBuffer);
+        nActive = *reinterpret_cast<const INT*>(pBuffer) == WTSActive ? 1 : 0;
     }
-    else if (KvIsMissingFunction(GetLastError()))
+    else
     {
-        // Without terminal services the console is the only session there is.
+        // No answer, whether the library or function is missing or the query failed (terminal
+        // services stopped, or Wine): the console is then the session that counts.
+        LOG4CXX_INFO(logger, L"The session state query gave no answer. Error = " << GetLastError()
+                                                                                  << L"; asking for the console.");
         DWORD dwConsoleId = kNoConsoleSession;
         nActive = GetActiveConsoleID(&dwConsoleId) && dwConsoleId == g_nSessionId ? 1 : 0;
     }
+    if (pBuffer != nullptr)
+        api.pfnWTSFreeMemory(pBuffer);
     LOG4CXX_INFO(logger, L"bActive=" << nActive);
     return nActive;
 }
@@ -94,6 +97,18 @@ bool IsSessionLockedWindows10()
     KvLogBlock logBlock(logger, L"IsSessionLockedWindows10");
     const KvSystemApi& api = KvGetSystemApi();
 
+    // Both functions must be there before the second-long console query is worth its time.
+    for (const char* szName : {"WTSQuerySessionInformationW", "WTSFreeMemory"})
+    {
+        if (api.pfnFindWTSFunction(szName))
+            continue;
+        if (GetLastError() == ERROR_MOD_NOT_FOUND)
+            LOG4CXX_ERROR(logger, L"Unable to load wtsapi32.dll.");
+        else
+            LOG4CXX_ERROR(logger, L"Unable to load query for " << szName << L" function in  wtsapi32.dll.");
+        return false;
+    }
+
     DWORD dwConsoleId = kNoConsoleSession;
     GetActiveConsoleID(&dwConsoleId);
 
@@ -101,15 +116,7 @@ bool IsSessionLockedWindows10()
     DWORD cb = 0;
     if (!api.pfnWTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, WTS_CURRENT_SESSION,
                                             static_cast<WTS_INFO_CLASS>(KV_WTSSessionInfoEx), &pBuffer, &cb))
-    {
-        const DWORD dwError = GetLastError();
-        if (dwError == ERROR_MOD_NOT_FOUND)
-            LOG4CXX_ERROR(logger, L"Unable to load wtsapi32.dll.");
-        else if (dwError == ERROR_PROC_NOT_FOUND)
-            LOG4CXX_ERROR(logger,
-                          L"Unable to load query for WTSQuerySessionInformationW function in  wtsapi32.dll.");
         return false;
-    }
     if (pBuffer == nullptr)
         return false;
 

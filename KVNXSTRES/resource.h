@@ -108,13 +108,14 @@
 // Buttons with the standard ids (IDOK, IDCANCEL, IDYES, IDNO) are left to windows.h.
 
 // Notice (IDD_NOTIFY)
-#define IDC_NOTIFY_BODY                 1001  // body text; painted by the dialog for kinds 1 and 2
+#define IDC_NOTIFY_BODY                 1001  // body text, hidden; painted by the dialog for kinds 1 and 2
+#define IDC_NOTIFY_LIST                 1003  // list of viewers (kind 3)
 #define IDC_NOTIFY_HEADING              1002  // heading line
 #define IDC_NOTIFY_DISCONNECT           1036  // list of viewers: disconnect button
 
 // About box (IDD_ABOUT)
 #define IDC_ABOUT_ICON                  1000  // where icon 7 is drawn
-#define IDC_ABOUT_INFO                  1005  // service information block
+#define IDC_ABOUT_INFO                  1005  // service information block, a line an item
 #define IDC_ABOUT_VERSION               1011  // version line
 #define IDC_ABOUT_COPY                  1013  // copy the information block
 

@@ -16,9 +16,7 @@ constexpr wchar_t kNoticeTitle[] = L"Vexa Remote Control"; // the simulator's no
 
 std::string ControlText(HWND hDlg, int nId)
 {
-    wchar_t szText[4096] = {};
-    GetDlgItemTextW(hDlg, nId, szText, 4096);
-    return Narrow(szText);
+    return Narrow(kvui::ReadText(GetDlgItem(hDlg, nId)).value_or(L"<no control>"));
 }
 
 // The shown notice, once it has this heading (a new notice replaces the old one).
@@ -56,8 +54,8 @@ TEST(Notice, ConnectDisconnectAndViewerListTextsComeFromTheRecords)
     r.sim.Play({"notify-all \"alice (WS-7)\r\nbob (WS-9)\" count=2"});
     hNotice = WaitForNotice(r, "Remote users connected: 2");
     ASSERT_NE(nullptr, hNotice) << r.Story();
-    EXPECT_EQ("alice (WS-7)\r\nbob (WS-9)", ControlText(hNotice, IDC_NOTIFY_BODY));
-    EXPECT_TRUE(IsShown(GetDlgItem(hNotice, IDC_NOTIFY_BODY)));
+    EXPECT_EQ("alice (WS-7)\r\nbob (WS-9)", ControlText(hNotice, IDC_NOTIFY_LIST));
+    EXPECT_TRUE(IsShown(GetDlgItem(hNotice, IDC_NOTIFY_LIST)));
     EXPECT_FALSE(IsShown(GetDlgItem(hNotice, IDC_NOTIFY_DISCONNECT)));
 
     // Disconnected: the heading even when empty, the disconnect record's own (empty) lines, the
@@ -96,4 +94,22 @@ TEST(Notice, ViewerListDisconnectButtonAsksAndTellsTheService)
     r.sim.Play({"expect MSG_TYPE_TRAYICON_USER_REQUEST"});
     EXPECT_TRUE(r.sim.Settle(kE2eWait)) << r.Story();
     EXPECT_EQ("", r.sim.Errors()) << r.Story();
+}
+
+// Texts that kill Wine's edit control (a mark starting a line's run: U+0EC8 alone, U+02D7 alone, a
+// Hebrew point after a Latin letter in a Hebrew line) are shown through the list and the painted
+// body; controls and direction overrides never reach the screen.
+TEST(Notice, HostileTextsAreShownWithoutControlsOrOverrides)
+{
+    Resident r;
+    ASSERT_TRUE(r.Launch());
+    r.sim.Play({"settings-update heading=H display-time=0",
+                "connect \"\xE0\xBB\x88\xCB\x97\xD7\x93" "A\xD6\xB3\" line2=\"x\xE2\x80\xAE\x01" "y\"",
+                "notify-all \"\xE0\xBB\x88\r\n\xD7\x93" "A\xD6\xB3\nbob\xE2\x80\xAE" "txt\x07\rz\" count=3"});
+    HWND hNotice = WaitForNotice(r, "Remote users connected: 3");
+    ASSERT_NE(nullptr, hNotice) << r.Story();
+    EXPECT_EQ("\xE0\xBB\x88\r\n\xD7\x93" "A\xD6\xB3\r\nbobtxt\r\nz", ControlText(hNotice, IDC_NOTIFY_LIST));
+    r.sim.Play({"disconnect alice"});
+    EXPECT_NE(nullptr, WaitForNotice(r, "H")) << r.Story();
+    EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors() << r.Story();
 }

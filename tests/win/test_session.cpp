@@ -21,6 +21,9 @@ namespace
 struct FakeState
 {
     DWORD dwQueryError = 0, dwQueriedSession = 0, dwLockError = 0;
+    // The WTS function the system lacks (none when null), and how: without it or its library.
+    const char* szMissing = nullptr;
+    DWORD dwMissingError = 0;
     std::vector<BYTE> record;
     int nQueriedClass = -1, nFrees = 0, nConsoleCalls = 0;
     DWORD dwConsoleIds[2] = {1, 1}; // the first and every later answer
@@ -91,6 +94,11 @@ protected:
     {
         g_fake = FakeState();
         m_api.pfnWTSQuerySessionInformationW = FakeQuery;
+        m_api.pfnFindWTSFunction = [](const char* szName)
+        {
+            const bool bMissing = g_fake.szMissing != nullptr && std::strcmp(szName, g_fake.szMissing) == 0;
+            return SetLastError(bMissing ? g_fake.dwMissingError : 0), bMissing ? FALSE : TRUE;
+        };
         m_api.pfnWTSFreeMemory = [](PVOID p) WINAPI { ++g_fake.nFrees, LocalFree(p); };
         m_api.pfnWTSGetActiveConsoleSessionId = []() WINAPI
         { return g_fake.dwConsoleIds[g_fake.nConsoleCalls++ == 0 ? 0 : 1]; };
@@ -128,7 +136,7 @@ protected:
     HWND m_wnd[3] = {};
 };
 
-TEST_F(SessionTest, SessionActiveFallsBackToTheConsoleOnlyWhenTheQueryIsMissing)
+TEST_F(SessionTest, SessionActiveAsksTheConsoleWhenTheQueryGivesNoAnswer)
 {
     const DWORD kNone = 0xFFFFFFFF;
     // query error, connect state, the console's two answers (right after a switch the first may
@@ -137,10 +145,10 @@ TEST_F(SessionTest, SessionActiveFallsBackToTheConsoleOnlyWhenTheQueryIsMissing)
         {0, WTSActive, 7, 7, 7, 1},
         {0, WTSConnected, 7, 7, 7, 0},
         {0, WTSDisconnected, 7, 7, 7, 0},
-        // A query that fails on a system that has it is no reason to guess.
-        {ERROR_ACCESS_DENIED, 0, 7, 7, 7, 0},
+        // Terminal services stopped, or Wine: the query exists and fails.
+        {ERROR_ACCESS_DENIED, 0, 9, 7, 7, 1},
+        {ERROR_ACCESS_DENIED, 0, 7, 9, 7, 0},
         {ERROR_PROC_NOT_FOUND, 0, 9, 7, 7, 1},
-        {ERROR_MOD_NOT_FOUND, 0, 7, 9, 7, 0},
         {ERROR_MOD_NOT_FOUND, 0, kNone, kNone, kNone, 0},
     };
     for (const auto& c : cases)
@@ -154,7 +162,7 @@ TEST_F(SessionTest, SessionActiveFallsBackToTheConsoleOnlyWhenTheQueryIsMissing)
         EXPECT_EQ(static_cast<int>(c[5]), IsSessionActive()) << c[0] << " state " << c[1];
         EXPECT_EQ(c[4], g_fake.dwQueriedSession);
         EXPECT_EQ(static_cast<int>(WTSConnectState), g_fake.nQueriedClass);
-        EXPECT_EQ(KvIsMissingFunction(c[0]) ? 2 : 0, g_fake.nConsoleCalls) << c[0];
+        EXPECT_EQ(c[0] != 0 ? 2 : 0, g_fake.nConsoleCalls) << c[0];
     }
     EXPECT_EQ(3, g_fake.nFrees);
 }
@@ -163,23 +171,27 @@ TEST_F(SessionTest, LockStateComesFromTheExtendedRecord)
 {
     const DWORD kFull = sizeof(KV_WTSINFOEXW), kLock = KV_WTS_SESSIONSTATE_LOCK,
                 kUnlock = KV_WTS_SESSIONSTATE_UNLOCK;
+    const char *kQuery = "WTSQuerySessionInformationW", *kFree = "WTSFreeMemory";
     const struct
     {
         DWORD dwError, dwLevel, dwFlags, cb;
+        const char* szMissing; // with dwError as the reason
         bool bLocked;
         const char* szError; // the one ERROR line, or none
     } cases[] = {
-        {0, 1, kUnlock, kFull, false, nullptr},
-        {0, 1, kLock, kFull, true, nullptr},
-        {0, 1, kUnlock, kFull + 16, false, nullptr},
+        {0, 1, kUnlock, kFull, nullptr, false, nullptr},
+        {0, 1, kLock, kFull, nullptr, true, nullptr},
+        {0, 1, kUnlock, kFull + 16, nullptr, false, nullptr},
         // A level the agent does not know counts as locked, whatever the flags say.
-        {0, 2, kUnlock, kFull, true, nullptr},
-        {0, 1, kLock, kFull - 1, false,
+        {0, 2, kUnlock, kFull, nullptr, true, nullptr},
+        {0, 1, kLock, kFull - 1, nullptr, false,
          "Returned data for KV_WTSSessionInfoEx query is less then size of KV_WTSINFOEXW structure."},
-        {ERROR_PROC_NOT_FOUND, 1, 0, kFull, false,
+        {ERROR_PROC_NOT_FOUND, 1, 0, kFull, kQuery, false,
          "Unable to load query for WTSQuerySessionInformationW function in  wtsapi32.dll."},
-        {ERROR_MOD_NOT_FOUND, 1, 0, kFull, false, "Unable to load wtsapi32.dll."},
-        {ERROR_ACCESS_DENIED, 1, 0, kFull, false, nullptr},
+        {ERROR_PROC_NOT_FOUND, 1, 0, kFull, kFree, false,
+         "Unable to load query for WTSFreeMemory function in  wtsapi32.dll."},
+        {ERROR_MOD_NOT_FOUND, 1, 0, kFull, kQuery, false, "Unable to load wtsapi32.dll."},
+        {ERROR_ACCESS_DENIED, 1, 0, kFull, nullptr, false, nullptr},
     };
     for (const auto& c : cases)
     {
@@ -191,13 +203,16 @@ TEST_F(SessionTest, LockStateComesFromTheExtendedRecord)
         info.Data.WTSInfoExLevel1.SessionFlags = static_cast<LONG>(c.dwFlags);
         g_fake.record.assign(c.cb, 0);
         std::memcpy(g_fake.record.data(), &info, std::min(c.cb, kFull));
-        g_fake.dwQueryError = c.dwError;
+        g_fake.szMissing = c.szMissing;
+        g_fake.dwMissingError = c.dwError;
+        g_fake.dwQueryError = c.szMissing == nullptr ? c.dwError : 0;
         g_fake.nConsoleCalls = g_fake.nFrees = 0;
+        g_fake.nQueriedClass = -1;
         EXPECT_EQ(c.bLocked, IsSessionLockedWindows10());
-        EXPECT_EQ(WTS_CURRENT_SESSION, g_fake.dwQueriedSession);
-        EXPECT_EQ(KV_WTSSessionInfoEx, g_fake.nQueriedClass);
+        EXPECT_EQ(c.szMissing == nullptr ? KV_WTSSessionInfoEx : -1, g_fake.nQueriedClass);
         EXPECT_EQ(c.dwError == 0 ? 1 : 0, g_fake.nFrees) << "every buffer goes back";
-        EXPECT_EQ(2, g_fake.nConsoleCalls) << "the console is asked first";
+        // The second-long console query only once the functions are known to be there.
+        EXPECT_EQ(c.szMissing == nullptr ? 2 : 0, g_fake.nConsoleCalls);
         EXPECT_EQ(c.szError ? 1u : 0u, kvtest::CountContaining(log.Lines(), "ERROR|"));
         EXPECT_EQ(c.szError ? 1u : 0u, log.Count("ERROR", "UtilWTS", c.szError ? c.szError : ""));
     }

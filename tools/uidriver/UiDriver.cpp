@@ -240,12 +240,39 @@ std::optional<Control> ReadControl(HWND hParent, int id)
     return Describe(hWnd);
 }
 
+// A list box's items, a line each.
+std::optional<std::wstring> ReadListItems(HWND hWnd)
+{
+    LRESULT nCount = 0;
+    if (!Ask(hWnd, LB_GETCOUNT, 0, 0, &nCount) || nCount < 0)
+        return std::nullopt;
+    std::wstring text;
+    for (LRESULT i = 0; i < nCount; ++i)
+    {
+        LRESULT cch = 0;
+        if (!Ask(hWnd, LB_GETTEXTLEN, static_cast<WPARAM>(i), 0, &cch) || cch < 0)
+            return std::nullopt;
+        std::wstring item(static_cast<size_t>(cch) + 1, L'\0');
+        if (!Ask(hWnd, LB_GETTEXT, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(item.data()), &cch) || cch < 0)
+            return std::nullopt;
+        item.resize(wcsnlen(item.c_str(), static_cast<size_t>(cch)));
+        text += (i == 0 ? L"" : L"\r\n") + item;
+    }
+    return text;
+}
+
 std::optional<std::wstring> ReadText(HWND hWnd)
 {
+    if (!IsWindow(hWnd))
+        return std::nullopt;
+    wchar_t szClass[64] = {};
+    GetClassNameW(hWnd, szClass, 64);
+    if (_wcsicmp(szClass, L"ListBox") == 0)
+        return ReadListItems(hWnd);
     // GetWindowText does not ask another process's control; WM_GETTEXT is carried across.
     wchar_t szText[kTextUnits] = {};
     LRESULT cch = 0;
-    if (!IsWindow(hWnd) || !Ask(hWnd, WM_GETTEXT, kTextUnits, reinterpret_cast<LPARAM>(szText), &cch))
+    if (!Ask(hWnd, WM_GETTEXT, kTextUnits, reinterpret_cast<LPARAM>(szText), &cch))
         return std::nullopt;
     szText[kTextUnits - 1] = L'\0';
     return std::wstring(szText, wcsnlen(szText, static_cast<size_t>(cch < 0 ? 0 : cch)));
