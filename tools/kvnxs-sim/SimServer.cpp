@@ -1,5 +1,6 @@
 #include "SimServer.h"
 
+#include "SimSoak.h"
 #include "SimText.h"
 
 #include <algorithm>
@@ -16,6 +17,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned kSliceMs = 50; // how often the stop flag and the line queue are looked at
 constexpr std::size_t kReceiveBytes = 65536;
+// A soak record whose echo takes longer has hung the agent; pop-ups on a loaded machine do not.
+constexpr unsigned kSoakAnswerMs = 15000;
 
 } // namespace
 
@@ -312,6 +315,8 @@ bool Server::RunCommand(const Command& cmd)
         m_engine.OnServiceClosed();
         return true;
     }
+    if (v == "soak")
+        return RunSoak(cmd.U32(0), cmd.U32(1), where);
     if (v == "permission-withdraw")
     {
         const Bytes datagram = m_engine.WithdrawPermission();
@@ -328,6 +333,32 @@ bool Server::RunCommand(const Command& cmd)
     const bool ok = m_engine.Execute(cmd);
     Flush();
     return ok;
+}
+
+// One record at a time, each answered before the next goes, so that a crash or a hang is pinned
+// to the record before it and the agent's answers never pile up behind a blocked send.
+bool Server::RunSoak(std::uint32_t count, std::uint32_t seed, const std::string& where)
+{
+    m_reporter.Note("soak of " + std::to_string(count) + " records, seed " + std::to_string(seed));
+    SoakRecords records(seed);
+    for (std::uint32_t i = 1; i <= count; ++i)
+    {
+        std::string summary;
+        const Bytes rec = records.Next(summary);
+        summary = "soak " + std::to_string(i) + "/" + std::to_string(count) + ": " + summary;
+        m_engine.SendSoak(rec, summary);
+        Flush();
+        m_wantType = MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE;
+        if (Pump(Until::Received, kSoakAnswerMs))
+            continue;
+        if (!m_bStop)
+            m_reporter.Error(where + "no echo within " + std::to_string(kSoakAnswerMs) + " ms after " + summary +
+                             " (seed " + std::to_string(seed) + ")" +
+                             (m_engine.AgentClosed() ? "; the agent has closed the connection" : ""));
+        return false;
+    }
+    m_reporter.Note("soak done: " + std::to_string(count) + " records answered");
+    return true;
 }
 
 int Server::Run(LineQueue& script)
