@@ -362,44 +362,13 @@ private:
     std::wstring m_log;
 };
 
-bool UnderWine()
-{
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
-
-// Under Wine, a desktop whose name has a size under Explorer\Desktops gets a virtual-desktop window
-// of its own, as the prefix's "Default" does. Otherwise its windows are bare X11 windows, and on a
-// display without a window manager every shown window that hides (each notice that closes) waits
-// 2 s for a withdrawal that never comes: viewer cycles then cost Wine's 2 s, not the agent's work.
-class VirtualDesktopSize
-{
-public:
-    explicit VirtualDesktopSize(const std::wstring& name) : m_name(name)
-    {
-        const wchar_t szSize[] = L"1024x768";
-        if (UnderWine())
-            RegSetKeyValueW(HKEY_CURRENT_USER, kKey, m_name.c_str(), REG_SZ, szSize, sizeof szSize);
-    }
-    ~VirtualDesktopSize()
-    {
-        if (UnderWine())
-            RegDeleteKeyValueW(HKEY_CURRENT_USER, kKey, m_name.c_str());
-    }
-    VirtualDesktopSize(const VirtualDesktopSize&) = delete;
-    VirtualDesktopSize& operator=(const VirtualDesktopSize&) = delete;
-
-private:
-    static constexpr const wchar_t* kKey = L"Software\\Wine\\Explorer\\Desktops";
-    std::wstring m_name;
-};
-
 // One resident agent on a fresh desktop with a stand-in notification area, connecting to the
 // listener.
 class Agent
 {
 public:
     Agent(const AgentFiles& files, unsigned short uPort)
-        : m_size(m_desktop.Name()), m_shell(m_desktop.Name(), files.Folder() + L"KVNXSTRES.dll", kTrayIconId),
+        : m_desktop(kVirtualDesktop), m_shell(m_desktop.Name(), files.Folder() + L"KVNXSTRES.dll", kTrayIconId),
           m_argv{kvtest::Narrow(files.Exe()), std::to_string(uPort)}
     {
         if (!m_desktop.Created() || !m_shell.Ready())
@@ -464,9 +433,10 @@ public:
 
 private:
     static constexpr UINT kTrayIconId = 44444;
+    // Without a virtual desktop each notice that closes costs Wine's 2 s, not the agent's work.
+    static constexpr const wchar_t* kVirtualDesktop = L"1024x768";
 
     kvtest::TestDesktop m_desktop;
-    VirtualDesktopSize m_size; // before the shell's thread makes the desktop's window
     kvtest::DesktopShell m_shell;
     std::vector<std::string> m_argv;
     PROCESS_INFORMATION m_pi = {};
@@ -496,6 +466,10 @@ struct Holdings
 // Where GetGuiResources and GetProcessHandleCount answer 0 (Wine leaves them unimplemented), the
 // figures come from what the system keeps for every process instead. Only under Wine: its GDI
 // handle table is the process's own, where on Windows it is shared by the session.
+bool UnderWine()
+{
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
 
 template <typename F> F NtFunction(const char* szName)
 {

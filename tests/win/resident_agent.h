@@ -162,8 +162,11 @@ inline DWORD OwnSession()
 class Resident
 {
 public:
-    explicit Resident(const kvsim::ServerOptions& options = SimThread::Options(OwnSession()))
-        : shell(desktop.Name(), ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId), sim(options)
+    // szVirtualDesktop: see TestDesktop.
+    explicit Resident(const kvsim::ServerOptions& options = SimThread::Options(OwnSession()),
+                      const wchar_t* szVirtualDesktop = nullptr)
+        : desktop(szVirtualDesktop), shell(desktop.Name(), ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId),
+          sim(options)
     {
         // Appending: the agent's child processes (settings editor) log into the same file.
         std::string xml = LogConfigXml(folder.Path() + L"agent.log", "TRACE");

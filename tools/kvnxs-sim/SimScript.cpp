@@ -149,9 +149,10 @@ const std::vector<VerbForm>& Verbs()
         {"hang-up", {}, {}, false, "the service drops the link: close the connection to the agent"},
         {"soak",
          {{"count", Kind::U32, false}, {"seed", Kind::U32, false}},
-         {},
+         {{"skip", Kind::U32}},
          false,
-         "count random records from the seed, each followed by 100000 whose echo must come"},
+         "count random records from the seed, each followed by 100000 whose echo must come; skip=ID "
+         "leaves that id out"},
         {"invite-text",
          {{"text", Kind::Text, false}},
          {},

@@ -316,7 +316,7 @@ bool Server::RunCommand(const Command& cmd)
         return true;
     }
     if (v == "soak")
-        return RunSoak(cmd.U32(0), cmd.U32(1), where);
+        return RunSoak(cmd, where);
     if (v == "permission-withdraw")
     {
         const Bytes datagram = m_engine.WithdrawPermission();
@@ -337,10 +337,14 @@ bool Server::RunCommand(const Command& cmd)
 
 // One record at a time, each answered before the next goes, so that a crash or a hang is pinned
 // to the record before it and the agent's answers never pile up behind a blocked send.
-bool Server::RunSoak(std::uint32_t count, std::uint32_t seed, const std::string& where)
+bool Server::RunSoak(const Command& cmd, const std::string& where)
 {
-    m_reporter.Note("soak of " + std::to_string(count) + " records, seed " + std::to_string(seed));
-    SoakRecords records(seed);
+    const std::uint32_t count = cmd.U32(0);
+    const std::uint32_t seed = cmd.U32(1);
+    const std::uint32_t skip = cmd.OptionU32("skip", 0);
+    m_reporter.Note("soak of " + std::to_string(count) + " records, seed " + std::to_string(seed) +
+                    (skip != 0 ? ", without " + std::to_string(skip) : std::string()));
+    SoakRecords records(seed, skip);
     for (std::uint32_t i = 1; i <= count; ++i)
     {
         std::string summary;

@@ -84,7 +84,7 @@ private:
     void Flush();
     void ServeDatagram(Socket& s, bool permission);
     bool RunCommand(const Command& cmd);
-    bool RunSoak(std::uint32_t count, std::uint32_t seed, const std::string& where);
+    bool RunSoak(const Command& cmd, const std::string& where);
 
     ServerOptions m_options;
     Reporter m_reporter;

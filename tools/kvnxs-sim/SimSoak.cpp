@@ -81,19 +81,6 @@ bool Drawn(std::uint32_t id)
            id != MSG_TYPE_TRAYICON_SETTINGS_DIALOG && id != MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE;
 }
 
-const std::vector<std::uint32_t>& DrawnIds()
-{
-    static const std::vector<std::uint32_t> ids = []
-    {
-        std::vector<std::uint32_t> out;
-        for (const KvMessageInfo& info : KV_MESSAGE_CATALOGUE)
-            if (Drawn(info.dwType))
-                out.push_back(info.dwType);
-        return out;
-    }();
-    return ids;
-}
-
 constexpr std::size_t kChatBodyMaxUnits = 8192;
 
 void PutU32(Bytes& rec, std::size_t offset, std::uint32_t value)
@@ -102,6 +89,13 @@ void PutU32(Bytes& rec, std::size_t offset, std::uint32_t value)
 }
 
 } // namespace
+
+SoakRecords::SoakRecords(std::uint64_t seed, std::uint32_t skipId) : m_rng(seed)
+{
+    for (const KvMessageInfo& info : KV_MESSAGE_CATALOGUE)
+        if (Drawn(info.dwType) && info.dwType != skipId)
+            m_ids.push_back(info.dwType);
+}
 
 // Half the words are small (0 to 3), so that flags and counts take both sides of their tests;
 // the others are any value.
@@ -152,8 +146,7 @@ std::size_t SoakRecords::FillText(Bytes& rec, std::size_t offset, std::size_t un
 
 Bytes SoakRecords::Next(std::string& summary)
 {
-    const std::vector<std::uint32_t>& ids = DrawnIds();
-    const std::uint32_t id = ids[Below(static_cast<std::uint32_t>(ids.size()))];
+    const std::uint32_t id = m_ids[Below(static_cast<std::uint32_t>(m_ids.size()))];
     summary = std::to_string(id);
     // Ids the agent never receives: it skips the type word alone, so nothing else may follow.
     const std::uint32_t size = KvRecordSize(id, KvDirection::ToAgent);

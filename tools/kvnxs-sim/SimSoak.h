@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace kvsim
 {
@@ -15,7 +16,8 @@ namespace kvsim
 class SoakRecords
 {
 public:
-    explicit SoakRecords(std::uint64_t seed) : m_rng(seed) {}
+    // skipId: an id left out besides those never drawn (0: none), to look past a known fault.
+    SoakRecords(std::uint64_t seed, std::uint32_t skipId);
 
     // The next record, whole, and one line saying what it holds (id, and each text's length).
     Bytes Next(std::string& summary);
@@ -27,6 +29,7 @@ private:
                          std::string& summary);
 
     std::mt19937_64 m_rng;
+    std::vector<std::uint32_t> m_ids;
 };
 
 } // namespace kvsim

@@ -38,6 +38,7 @@ const char kUsage[] =
     "  --soak N               instead of a script: N seeded random records (see soak below), a last\n"
     "                         echo, then the exit request; the agent must survive and exit\n"
     "  --seed S               the soak's seed (default: a random one, printed)\n"
+    "  --soak-skip ID         leave that id out of the soak (to look past a known fault)\n"
     "\n"
     "script commands:\n";
 
@@ -60,6 +61,7 @@ int main(int argc, char** argv)
     std::string scriptPath = "-";
     std::uint32_t soakCount = 0;
     std::uint32_t soakSeed = std::random_device{}();
+    std::uint32_t soakSkip = 0;
     for (int i = 1; i < argc; ++i)
     {
         const std::string arg = argv[i];
@@ -97,6 +99,8 @@ int main(int argc, char** argv)
             soakCount = n;
         else if (arg == "--seed" && TakeNumber(argc, argv, i, n))
             soakSeed = n;
+        else if (arg == "--soak-skip" && TakeNumber(argc, argv, i, n))
+            soakSkip = n;
         else if (arg == "--one-time" && i + 1 < argc)
         {
             options.engine.dwOneTime = 1;
@@ -116,7 +120,8 @@ int main(int argc, char** argv)
     {
         std::cout << "kvnxs-sim: soak seed " << soakSeed << std::endl;
         for (const std::string& line :
-             {"soak " + std::to_string(soakCount) + " " + std::to_string(soakSeed), std::string("unblock"),
+             {"soak " + std::to_string(soakCount) + " " + std::to_string(soakSeed) + " skip=" + std::to_string(soakSkip),
+              std::string("unblock"),
               std::string("expect 100000 15000"), std::string("exit"), std::string("expect-closed 15000")})
             lines.Push(line);
         lines.Close();
