@@ -355,10 +355,13 @@ bool Server::RunSoak(const Command& cmd, const std::string& where)
         m_wantType = MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE;
         if (Pump(Until::Received, kSoakAnswerMs))
             continue;
+        // A fault on the window's thread shows only at the next record that waits for it: the
+        // trace's previous records hold the cause.
         if (!m_bStop)
-            m_reporter.Error(where + "no echo within " + std::to_string(kSoakAnswerMs) + " ms after " + summary +
-                             " (seed " + std::to_string(seed) + ")" +
-                             (m_engine.AgentClosed() ? "; the agent has closed the connection" : ""));
+            m_reporter.Error(where +
+                             (m_engine.AgentClosed() ? std::string("the agent closed the connection")
+                                                     : "no echo within " + std::to_string(kSoakAnswerMs) + " ms") +
+                             " after " + summary + " (seed " + std::to_string(seed) + ")");
         return false;
     }
     m_reporter.Note("soak done: " + std::to_string(count) + " records answered");
