@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # CI builds with warnings as errors.
 export KVNXST_WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: all setup build test bench demo clean
+.PHONY: all setup build test bench soak demo clean
 all: build
 
 setup:
@@ -27,6 +27,12 @@ test: build
 
 bench: build
 	@scripts/with-display.sh scripts/run-bench.sh
+
+# 10,000 seeded random records against the built agent; KVNXST_SOAK_SEED replays a run.
+soak: build
+	@seed=$${KVNXST_SOAK_SEED:-$$(shuf -i 0-4294967295 -n 1)}; echo "soak: seed $$seed"; \
+	  cd build/win/bin && KVNXST_SOAK_RECORDS=10000 KVNXST_SOAK_SEED=$$seed ../../../scripts/with-display.sh \
+	  ../../../cmake/wine-run.sh --root=.. test_resident_e2e.exe --gtest_filter='ResidentAgentSoak.*'
 
 # The resident agent against the simulator in the Wine virtual desktop.
 demo: build

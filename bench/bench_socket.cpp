@@ -1,5 +1,6 @@
 // Records per second through CKvSocket over loopback, next to a plain Winsock client of an echo
 // peer of its own: the wrapper (trace blocks, the read loop, one send per record) should cost little.
+#include "bench_median.h"
 #include "KvLogging.h"
 #include "KvSocket.h"
 
@@ -67,11 +68,6 @@ struct EchoPeer
     std::thread server;
 };
 
-double Median(std::vector<double> v)
-{
-    std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
-    return v.empty() ? 0.0 : v[v.size() / 2];
-}
 
 // The clients take turns in small batches, leading in turn, and the figures are medians over the
 // rounds: a busy moment of the shared machine then spoils a few rounds, not one client's total.

@@ -1,28 +1,38 @@
 #!/usr/bin/env bash
 # Runs the benchmarks of a Windows build under Wine and prints their tables.
 #   usage: scripts/run-bench.sh [BUILD_DIR] [BENCHMARK_ARGS...]   (default build/win)
-# Expects a display and Wine prefix, as scripts/with-display.sh provides.
+# Expects a display and Wine prefix, as scripts/with-display.sh provides. Each program has a time
+# limit (KVNXST_BENCH_LIMIT seconds, default 900); one that overruns it is ended and counts as failed.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 repo=$(dirname "$here")
 build=${1:-$repo/build/win}
 [ $# -gt 0 ] && shift
 build=$(cd "$build" && pwd)
+limit=${KVNXST_BENCH_LIMIT:-900}
 
 cd "$build/bin"
 rc=0
-for name in bench_logging bench_socket bench_agent; do
+for name in bench_logging bench_socket bench_agent bench_permission; do
   exe=$build/bin/$name.exe
   if [ ! -f "$exe" ]; then
     echo "run-bench: $exe is missing; build the win preset first" >&2
     exit 1
   fi
   echo "== $name"
-  # bench_agent prints a table of its own and takes none of Google Benchmark's options.
-  if [ "$name" = bench_agent ]; then
-    "$repo/cmake/wine-run.sh" --root="$build" "$exe" || rc=1
-  else
-    "$repo/cmake/wine-run.sh" --root="$build" "$exe" --benchmark_min_time=0.5 "$@" || rc=1
+  start=$SECONDS
+  # bench_agent and bench_permission print tables of their own and take none of Google
+  # Benchmark's options.
+  args=(--benchmark_min_time=0.5 "$@")
+  case $name in bench_agent | bench_permission) args=() ;; esac
+  status=0
+  timeout --kill-after=10 "$limit" "$repo/cmake/wine-run.sh" --root="$build" "$exe" "${args[@]}" || status=$?
+  if [ "$status" = 124 ] || [ "$status" = 137 ]; then
+    echo "run-bench: $name did not finish within $limit s and was ended" >&2
+  elif [ "$status" != 0 ]; then
+    echo "run-bench: $name failed with exit code $status" >&2
   fi
+  [ "$status" = 0 ] || rc=1
+  echo "== $name: $((SECONDS - start)) s"
 done
 exit $rc

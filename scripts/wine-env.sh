@@ -13,8 +13,17 @@ kvnxst_wine_env() {
   export WINEDEBUG=${WINEDEBUG:--all}
   unset XDG_RUNTIME_DIR
   if [ ! -f "$WINEPREFIX/.kvnxst-ready" ]; then
-    kvnxst_make_prefix
+    kvnxst_make_prefix || return 1
   fi
+  [ -f "$WINEPREFIX/.kvnxst-no-debugger" ] || kvnxst_no_debugger
+}
+
+# A program that crashes ends at once with its exception code. Wine's default debugger would hold
+# it, and whatever waits for it (a test, a benchmark), until a time-out; the crash line Wine prints
+# stays. Also for prefixes made before this was set.
+kvnxst_no_debugger() {
+  wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger \
+    /d 'cmd.exe /c exit %ld %ld' /f >/dev/null 2>&1 && touch "$WINEPREFIX/.kvnxst-no-debugger"
 }
 
 kvnxst_make_prefix() {

@@ -172,9 +172,10 @@ inline ::testing::AssertionResult EndedWith(const AgentProcess& agent, int nCode
 class Resident
 {
 public:
+    // desktopName: a fresh one when empty; szVirtualDesktop: see TestDesktop.
     explicit Resident(const kvsim::ServerOptions& options = SimThread::Options(OwnSession()),
-                      const std::wstring& desktopName = std::wstring())
-        : desktop(desktopName), shell(desktop.Name(), ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId),
+                      const std::wstring& desktopName = std::wstring(), const wchar_t* szVirtualDesktop = nullptr)
+        : desktop(desktopName, szVirtualDesktop), shell(desktop.Name(), ModuleFolder() + L"KVNXSTRES.dll", kTrayIconId),
           sim(options)
     {
         // Appending: the agent's child processes (settings editor) log into the same file.

@@ -28,22 +28,31 @@ inline DWORD Code(int n)
 
 // A desktop of the test's own in the current window station. An agent on it has its own
 // single-instance object, so runs of different tests never meet.
+// With a size ("1024x768"), Wine gives it a virtual-desktop window of its own as it gives the
+// prefix's "Default"; without, its windows are bare X11 windows, and on a display without a window
+// manager each shown window that hides waits 2 s for a withdrawal that never comes.
 class TestDesktop
 {
 public:
     // A fresh name unless one is given.
-    explicit TestDesktop(std::wstring name = std::wstring()) : m_name(std::move(name))
+    explicit TestDesktop(std::wstring name = std::wstring(), const wchar_t* szVirtualSize = nullptr)
+        : m_bVirtual(szVirtualSize != nullptr), m_name(std::move(name))
     {
         static LONG counter = 0;
         if (m_name.empty())
             m_name = L"kvtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                      std::to_wstring(InterlockedIncrement(&counter));
+        if (m_bVirtual)
+            RegSetKeyValueW(HKEY_CURRENT_USER, kVirtualDesktops, m_name.c_str(), REG_SZ, szVirtualSize,
+                            static_cast<DWORD>((wcslen(szVirtualSize) + 1) * sizeof(wchar_t)));
         m_hDesk = CreateDesktopW(m_name.c_str(), nullptr, nullptr, 0, GENERIC_ALL, nullptr);
     }
     ~TestDesktop()
     {
         if (m_hDesk != nullptr)
             CloseDesktop(m_hDesk);
+        if (m_bVirtual)
+            RegDeleteKeyValueW(HKEY_CURRENT_USER, kVirtualDesktops, m_name.c_str());
     }
     TestDesktop(const TestDesktop&) = delete;
     TestDesktop& operator=(const TestDesktop&) = delete;
@@ -58,6 +67,8 @@ public:
     }
 
 private:
+    static constexpr const wchar_t* kVirtualDesktops = L"Software\\Wine\\Explorer\\Desktops";
+    bool m_bVirtual;
     std::wstring m_name;
     HDESK m_hDesk = nullptr;
 };

@@ -207,6 +207,14 @@ void Engine::NoteAnswersAskedBy(const Bytes& rec)
     case MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE:
         ++m_nUnblockPending;
         break;
+    case MSG_TYPE_VERSION:
+        ++m_nVersionEchoPending;
+        break;
+    case MSG_TYPE_TRAYICON_INIT:
+        // Acknowledged with 0 in turn with the effects masks, then echoed.
+        m_effectsAcks.push_back(0);
+        ++m_nInitEchoPending;
+        break;
     case MSG_TYPE_TRAYICON_EXIT:
         m_bExitRequested = true;
         break;
@@ -235,6 +243,11 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
     {
     case MSG_TYPE_VERSION:
     {
+        if (m_stage == Stage::Running && m_nVersionEchoPending > 0)
+        {
+            --m_nVersionEchoPending;
+            break;
+        }
         if (m_stage != Stage::AwaitVersion)
         {
             ProtocolError("version echo nobody asked for");
@@ -286,6 +299,11 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
     }
     case MSG_TYPE_TRAYICON_INIT:
     {
+        if (m_stage == Stage::Running && m_nInitEchoPending > 0)
+        {
+            --m_nInitEchoPending;
+            break;
+        }
         if (m_stage != Stage::AwaitInitAck && m_stage != Stage::AwaitInitEcho)
         {
             ProtocolError("initialisation echo nobody asked for");
@@ -374,6 +392,16 @@ bool Engine::IsRecordCommand(const std::string& verb)
         if (verb == v)
             return true;
     return false;
+}
+
+void Engine::SendSoak(const Bytes& rec, const std::string& summary)
+{
+    m_reporter.Trace(">> " + summary);
+    m_outgoing.insert(m_outgoing.end(), rec.begin(), rec.end());
+    NoteAnswersAskedBy(rec);
+    const MSG_TRAYICON_TYPE_ONLY unblock = KvBuildTypeOnly(MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE);
+    m_outgoing.insert(m_outgoing.end(), KvBytes(unblock), KvBytes(unblock) + sizeof unblock);
+    ++m_nUnblockPending;
 }
 
 bool Engine::ApplySettings(const Command& cmd)

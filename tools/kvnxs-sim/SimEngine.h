@@ -87,6 +87,8 @@ public:
     // permission socket). False when the command could not be carried out (reported).
     bool Execute(const Command& cmd);
     static bool IsRecordCommand(const std::string& verb);
+    // A record of the soak, traced by its summary, and the read-unblocking echo behind it.
+    void SendSoak(const Bytes& rec, const std::string& summary);
 
     // Expectations: each takes the first matching event and forgets it.
     bool TakeReceived(std::uint32_t dwType);
@@ -130,6 +132,8 @@ private:
     bool m_bInitAckPending = false;
     unsigned m_nUserInfoPending = 0;
     unsigned m_nUnblockPending = 0;
+    unsigned m_nVersionEchoPending = 0; // versions and initialisations sent after the handshake
+    unsigned m_nInitEchoPending = 0;
     std::deque<std::uint32_t> m_received;
 
     // Viewers by name, in connection order.

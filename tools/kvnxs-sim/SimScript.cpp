@@ -147,6 +147,12 @@ const std::vector<VerbForm>& Verbs()
          false,
          "any id with a payload of fill bytes (default 0; size bytes in all, default 4)"},
         {"hang-up", {}, {}, false, "the service drops the link: close the connection to the agent"},
+        {"soak",
+         {{"count", Kind::U32, false}, {"seed", Kind::U32, false}},
+         {{"skip", Kind::U32}},
+         false,
+         "count random records from the seed, each followed by 100000 whose echo must come; skip=ID "
+         "leaves that id out"},
         {"invite-text",
          {{"text", Kind::Text, false}},
          {},

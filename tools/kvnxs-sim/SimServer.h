@@ -84,6 +84,7 @@ private:
     void Flush();
     void ServeDatagram(Socket& s, bool permission);
     bool RunCommand(const Command& cmd);
+    bool RunSoak(const Command& cmd, const std::string& where);
 
     ServerOptions m_options;
     Reporter m_reporter;

@@ -5,6 +5,7 @@
 #include "SimText.h"
 
 #include <fstream>
+#include <random>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -34,6 +35,10 @@ const char kUsage[] =
     "  --agent-session N      the session the agent must name as its own (default: not checked)\n"
     "  --init-effects MASK    desktop-effects mask of the initialisation record (default 0)\n"
     "  --one-time TEXT        one-time session flag set, with this text\n"
+    "  --soak N               instead of a script: N seeded random records (see soak below), a last\n"
+    "                         echo, then the exit request; the agent must survive and exit\n"
+    "  --seed S               the soak's seed (default: a random one, printed)\n"
+    "  --soak-skip ID         leave that id out of the soak (to look past a known fault)\n"
     "\n"
     "script commands:\n";
 
@@ -54,6 +59,9 @@ int main(int argc, char** argv)
 {
     kvsim::ServerOptions options;
     std::string scriptPath = "-";
+    std::uint32_t soakCount = 0;
+    std::uint32_t soakSeed = std::random_device{}();
+    std::uint32_t soakSkip = 0;
     for (int i = 1; i < argc; ++i)
     {
         const std::string arg = argv[i];
@@ -87,6 +95,12 @@ int main(int argc, char** argv)
             options.engine.dwAgentSession = n;
         else if (arg == "--init-effects" && TakeNumber(argc, argv, i, n))
             options.engine.dwInitEffects = n;
+        else if (arg == "--soak" && TakeNumber(argc, argv, i, n))
+            soakCount = n;
+        else if (arg == "--seed" && TakeNumber(argc, argv, i, n))
+            soakSeed = n;
+        else if (arg == "--soak-skip" && TakeNumber(argc, argv, i, n))
+            soakSkip = n;
         else if (arg == "--one-time" && i + 1 < argc)
         {
             options.engine.dwOneTime = 1;
@@ -102,7 +116,17 @@ int main(int argc, char** argv)
     // Shared with the standard-input reader, which may outlive main's scope.
     auto queue = std::make_shared<kvsim::LineQueue>();
     kvsim::LineQueue& lines = *queue;
-    if (scriptPath != "-")
+    if (soakCount != 0)
+    {
+        std::cout << "kvnxs-sim: soak seed " << soakSeed << std::endl;
+        for (const std::string& line :
+             {"soak " + std::to_string(soakCount) + " " + std::to_string(soakSeed) + " skip=" + std::to_string(soakSkip),
+              std::string("unblock"),
+              std::string("expect 100000 15000"), std::string("exit"), std::string("expect-closed 15000")})
+            lines.Push(line);
+        lines.Close();
+    }
+    else if (scriptPath != "-")
     {
         std::ifstream file(scriptPath, std::ios::binary);
         if (!file)
