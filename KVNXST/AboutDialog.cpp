@@ -2,11 +2,13 @@
 
 #include "AboutInfoBlock.h"
 #include "KVNXST.h"
+#include "KvLogText.h"
 #include "KvLogging.h"
 #include "KvServiceMessages.h"
 #include "NotifyDialog.h"
 #include "ResourceText.h"
 #include "ServiceText.h"
+#include "UtilFile.h"
 #include "resource.h"
 
 #include <algorithm>
@@ -99,8 +101,7 @@ int ReadVersionString(const wchar_t* szFile, const wchar_t* szItem, wchar_t* szV
 // The agent's own path, or false when it does not fit.
 bool OwnPath(wchar_t (&szPath)[KV_PATH_UNITS])
 {
-    const DWORD cch = GetModuleFileNameW(GetModuleHandleW(nullptr), szPath, KV_PATH_UNITS);
-    return cch != 0 && cch < KV_PATH_UNITS;
+    return GetAgentPath(szPath, KV_PATH_UNITS) != 0;
 }
 
 std::wstring Label(int nId)
@@ -296,14 +297,10 @@ int CopyToClipboard(HWND hDlg)
 int GetExeVersion(wchar_t* szVersion, std::size_t cchVersion)
 {
     KvLogBlock logBlock(logger, L"GetExeVersion");
+    wchar_t szOwn[KV_PATH_UNITS] = {};
     wchar_t szPath[KV_PATH_UNITS] = {};
-    if (!OwnPath(szPath))
+    if (!OwnPath(szOwn) || !KvPathBesideModule(szPath, KV_PATH_UNITS, szOwn, KV_SERVICE_EXE))
         return 0;
-    wchar_t* pSlash = std::wcsrchr(szPath, L'\\');
-    const std::size_t cchFolder = pSlash != nullptr ? static_cast<std::size_t>(pSlash - szPath) + 1 : 0;
-    if (cchFolder + std::size(KV_SERVICE_EXE) > KV_PATH_UNITS)
-        return 0;
-    std::wmemcpy(szPath + cchFolder, KV_SERVICE_EXE, std::size(KV_SERVICE_EXE));
     const int nResult = ReadVersionString(szPath, L"FileVersion", szVersion, cchVersion);
     if (nResult)
         LOG4CXX_INFO(logger, L"szVersion=" << szVersion);

@@ -3,6 +3,7 @@
 
 #include "KvLogText.h"
 #include "KvLogging.h"
+#include "UtilFile.h"
 
 #include <windows.h>
 
@@ -18,8 +19,7 @@ namespace
 void ConfigureLogging()
 {
     wchar_t szModule[MAX_PATH] = {};
-    const DWORD cch = GetModuleFileNameW(nullptr, szModule, MAX_PATH);
-    if (cch == 0 || cch >= MAX_PATH)
+    if (!GetAgentPath(szModule, MAX_PATH))
         return;
     wchar_t szConfig[MAX_PATH];
     if (!KvPathBesideModule(szConfig, MAX_PATH, szModule, L"KVNXST.Logging.xml"))

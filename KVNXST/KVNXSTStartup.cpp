@@ -7,6 +7,7 @@
 #include "ClientPermissionDialog.h"
 #include "DesktopOptions.h"
 #include "KvLogging.h"
+#include "UtilFile.h"
 #include "KvSystemApi.h"
 #include "ProfileReg.h"
 #include "UtilScreenSaver.h"
@@ -75,12 +76,8 @@ bool ReadThreadDesktopName(wchar_t* szName)
 // The folder of the running program, with its trailing backslash; empty when it cannot be read.
 std::wstring ProgramFolder()
 {
-    wchar_t szModule[MAX_PATH] = {};
-    const DWORD cch = GetModuleFileNameW(nullptr, szModule, MAX_PATH);
-    if (cch == 0 || cch >= MAX_PATH)
-        return std::wstring();
-    std::wstring folder(szModule, cch);
-    return folder.substr(0, folder.find_last_of(L'\\') + 1);
+    wchar_t szFolder[MAX_PATH] = {};
+    return GetAgentFolder(szFolder, MAX_PATH) ? std::wstring(szFolder) : std::wstring();
 }
 
 HMODULE LoadResourceFile(const std::wstring& path)

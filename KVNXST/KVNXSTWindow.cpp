@@ -113,7 +113,7 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
     wchar_t szAccount[240] = {};
     DWORD cchAccount = 240;
     GetUserNameW(szAccount, &cchAccount);
-    const bool bSystem = _wcsicmp(szAccount, L"system") == 0;
+    const bool bSystem = KvIsSystemAccount(szAccount);
     if (!bSystem)
     {
         m_bShellBalloons = GetFileMajorVersion(L"Shell32.dll") >= 5;

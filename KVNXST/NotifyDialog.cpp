@@ -360,7 +360,7 @@ void PlayNoticeSound(HWND hDlg, const CTaskBarWindow& tray, bool bDisconnect)
     UpdateWindow(hDlg);
     wchar_t szUser[120] = {};
     DWORD cchUser = 120;
-    if (KvGetSystemApi().pfnGetUserNameW(szUser, &cchUser) && _wcsicmp(szUser, L"system") == 0)
+    if (KvGetSystemApi().pfnGetUserNameW(szUser, &cchUser) && KvIsSystemAccount(szUser))
     {
         LOG4CXX_INFO(logger, L"No sound: the agent runs as the system account.");
         return;

@@ -205,10 +205,12 @@ BOOL CProfileReg::Delete(const wchar_t* szSection, const wchar_t* szName)
         }
         else
         {
-            const wchar_t* szTarget = szName != nullptr ? szName : L"";
-            lResult = RegDeleteKeyW(key.Get(), szTarget);
+            // No name is the section itself; an empty name is the section's unnamed value only.
+            lResult = ERROR_FILE_NOT_FOUND;
+            if (szName == nullptr || szName[0] != L'\0')
+                lResult = RegDeleteKeyW(key.Get(), szName != nullptr ? szName : L"");
             if (lResult == ERROR_FILE_NOT_FOUND)
-                lResult = RegDeleteValueW(key.Get(), szTarget);
+                lResult = RegDeleteValueW(key.Get(), szName != nullptr ? szName : L"");
         }
     }
     SetLastError(static_cast<DWORD>(lResult));

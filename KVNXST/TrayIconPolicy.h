@@ -80,8 +80,12 @@ std::size_t KvComposeTrayTooltip(CharT* out, std::size_t cchOut, bool bOneTime, 
     CharT text[KV_TOOLTIP_COMPOSE_UNITS];
     const CharT crlf[] = {CharT('\r'), CharT('\n'), 0};
     std::size_t n = 0;
+    // Each head on a line of its own, so neither runs into the caption.
     if (bOneTime)
+    {
         n = KvTrayDetail::Append(text, KV_TOOLTIP_COMPOSE_UNITS, n, szOneTime);
+        n = KvTrayDetail::Append(text, KV_TOOLTIP_COMPOSE_UNITS, n, crlf);
+    }
     if (bNote)
     {
         n = KvTrayDetail::Append(text, KV_TOOLTIP_COMPOSE_UNITS, n, szNote);

@@ -11,6 +11,19 @@ static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::UtilFile));
 
 static_assert(sizeof(void*) != 8 || sizeof(SHELLEXECUTEINFOW) == 112, "SHELLEXECUTEINFOW layout");
 
+int GetAgentPath(wchar_t* szPath, DWORD cchPath)
+{
+    if (szPath == nullptr || cchPath == 0)
+        return 0;
+    const DWORD cch = GetModuleFileNameW(nullptr, szPath, cchPath);
+    if (cch == 0 || cch >= cchPath)
+    {
+        szPath[0] = L'\0';
+        return 0;
+    }
+    return 1;
+}
+
 int GetAgentFolder(wchar_t* szFolder, DWORD cchFolder)
 {
     KvLogBlock logBlock(logger, L"GetAgentFolder");
@@ -18,8 +31,7 @@ int GetAgentFolder(wchar_t* szFolder, DWORD cchFolder)
         return 0;
     szFolder[0] = L'\0';
     wchar_t szModule[MAX_PATH] = {};
-    const DWORD cchModule = GetModuleFileNameW(nullptr, szModule, MAX_PATH);
-    if (cchModule == 0 || cchModule >= MAX_PATH)
+    if (!GetAgentPath(szModule, MAX_PATH))
         return 0;
     wchar_t* pSlash = std::wcsrchr(szModule, L'\\');
     if (pSlash != nullptr)

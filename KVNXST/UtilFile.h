@@ -15,6 +15,10 @@ int GetFileInformation(const wchar_t* szPath, WIN32_FIND_DATAW* pData);
 BOOL KvShellExec(HWND hOwner, const wchar_t* szVerb, const wchar_t* szPath, const wchar_t* szParameters,
                  const wchar_t* szDirectory);
 
+// The running agent's full path into szPath (cchPath units). 0 when it cannot be read or does not
+// fit.
+int GetAgentPath(wchar_t* szPath, DWORD cchPath);
+
 // The agent's folder with its trailing backslash into szFolder (cchFolder units). 0 when the
 // module path cannot be read or does not fit.
 int GetAgentFolder(wchar_t* szFolder, DWORD cchFolder);

@@ -134,8 +134,7 @@ int ExecuteSettingsDialog(HWND hOwner, int bService)
 {
     KvLogBlock logBlock(logger, L"ExecuteSettingsDialog");
     wchar_t szModule[MAX_PATH] = {};
-    const DWORD cch = GetModuleFileNameW(nullptr, szModule, MAX_PATH);
-    if (cch == 0 || cch >= MAX_PATH)
+    if (!GetAgentPath(szModule, MAX_PATH))
         return 0;
     // Quoted, because the shell would otherwise split a path with blanks.
     wchar_t szFile[MAX_PATH + 2];

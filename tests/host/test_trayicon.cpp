@@ -90,7 +90,8 @@ TEST(TrayIconPolicy, TooltipComposedThenCutWithDotsAtTheLimit)
         std::u16string caption, expected;
     } cases[] = {
         {128, false, false, u"Vexa", u"Vexa"},
-        {128, true, true, u"", u"One-timeNote\r\n"},
+        {128, true, true, u"", u"One-time\r\nNote\r\n"},
+        {128, true, false, u"Vexa", u"One-time\r\nVexa"},
         // limit - 5 units fit whole; one more is cut there and marked.
         {128, false, false, a123, a123},
         {128, false, false, a124, a123 + u"..."},
@@ -98,7 +99,7 @@ TEST(TrayIconPolicy, TooltipComposedThenCutWithDotsAtTheLimit)
         {64, false, false, a60, a59 + u"..."},
         // The whole 260-unit caption behind both heads.
         {128, true, true, std::u16string(259, u'c'),
-         (u"One-timeNote\r\n" + std::u16string(109, u'c')) + u"..."},
+         (u"One-time\r\nNote\r\n" + std::u16string(107, u'c')) + u"..."},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.expected, Tooltip(c.limit, c.oneTime, c.note, c.caption))

@@ -122,10 +122,13 @@ TEST_F(ProfileRegTest, NoTextOrNoNameDeletes)
     EXPECT_EQ(0u, StoredType(L"S", L"Name"));
     EXPECT_EQ(0u, StoredType(L"S", L"Blob"));
 
-    // An empty name writes no unnamed value: it deletes the section itself.
-    ASSERT_TRUE(m_profile.WriteProfileString(L"Empty", L"Gone", L"g"));
+    // An empty name writes no unnamed value; it deletes that value, never the section around it.
+    ASSERT_TRUE(m_profile.WriteProfileString(L"Empty", L"Kept", L"k"));
+    ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueW(HKEY_CURRENT_USER, Path(L"Empty").c_str(), nullptr, REG_SZ,
+                                             L"u", 4));
     EXPECT_TRUE(m_profile.WriteProfileString(L"Empty", L"", L"text"));
-    EXPECT_EQ(0u, StoredType(L"Empty", L"Gone"));
+    EXPECT_EQ(static_cast<DWORD>(REG_SZ), StoredType(L"Empty", L"Kept"));
+    EXPECT_EQ(0u, StoredType(L"Empty", L""));
 
     // Deleting what is not there fails with the registry's answer.
     for (const wchar_t* szSection : {L"S", L"NoSuchSection"})

@@ -134,7 +134,7 @@ TEST_F(TrayIcon, TooltipCarriesTheHeadsAndIsCutToTheShellsField)
     g_bOneTimeSession = 1;
     w.m_Settings.bTooltipNote = 1;
     w.SetTrayIcon();
-    EXPECT_EQ(oneTime + note + L"\r\nVexa", HeldIcon().tip);
+    EXPECT_EQ(oneTime + L"\r\n" + note + L"\r\nVexa", HeldIcon().tip);
 
     // Without balloons the field is 64 units.
     g_bOneTimeSession = 0;
