@@ -4,7 +4,8 @@
 # each step into build/demo/screenshots/ (NN-step.png).
 #   viewer alice connects: the icon changes and the pop-up opens with its sound;
 #   the About box is opened from the tray menu; a second viewer joins; the service lists the
-#   viewers; both leave; the service asks the agent to exit.
+#   viewers; both leave; a third viewer asks for permission and the user allows; the service asks
+#   the agent to exit.
 # Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
 # exit codes (-56: ended at the service's request).
 #   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
@@ -92,6 +93,19 @@ if wait_trace "-- handshake complete"; then
   shot 05-viewer-list
   play "disconnect bob" "wait 500" "disconnect alice" "wait 1500"
   shot 06-both-left
+  # A viewer asks first: the agent's child process puts the question on this desktop, and the
+  # user's Allow goes back to the service.
+  play "permission \"carol (WS-CAROL, 203.0.113.5) asks to control this computer.\""
+  question=$(ui find --title "Remote control request" --shown --wait 10000)
+  if [ -n "$question" ]; then
+    sleep 1
+    shot 07-permission
+    ui click "$question" 1 >/dev/null
+    play "expect-permission allow 10000"
+  else
+    echo "demo: the permission question did not open" >&2
+    status=1
+  fi
   if [ "$keep" = 1 ]; then
     echo "demo: the session stays up; end it with the tray menu's Exit"
   else
