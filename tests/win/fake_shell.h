@@ -35,6 +35,7 @@ public:
         DWORD dwInfoFlags = 0;
         std::vector<std::uint8_t> iconBits; // mask bits, then colour bits; empty without an icon
         BOOL bAnswer = FALSE;
+        bool bFromOtherThread = false; // the caller was not the shell window's thread
     };
     // What the shell holds for one icon, merged over the calls that added and modified it.
     struct Icon
@@ -124,6 +125,7 @@ private:
     {
         Call call;
         call.dwMessage = static_cast<DWORD>(cds.dwData);
+        call.bFromOtherThread = InSendMessage() != FALSE;
         if (cds.cbData < sizeof(Record))
             return FALSE;
         const auto& r = *static_cast<const Record*>(cds.lpData);

@@ -28,8 +28,8 @@ public:
     }
     ~ParkedTrayWindow()
     {
-        if (IsWindow(window->m_hWnd))
-            DestroyWindow(window->m_hWnd);
+        if (IsWindow(window->Window()))
+            DestroyWindow(window->Window());
         window.reset();
         MSG msg;
         while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
@@ -41,7 +41,7 @@ public:
     ParkedTrayWindow(const ParkedTrayWindow&) = delete;
     ParkedTrayWindow& operator=(const ParkedTrayWindow&) = delete;
 
-    bool Ready() const { return g_hResInstance != nullptr && window->m_hWnd != nullptr; }
+    bool Ready() const { return g_hResInstance != nullptr && window->Window() != nullptr; }
 
     static constexpr WPARAM kNone = static_cast<WPARAM>(-1);
     // Takes a posted uMsg from the window's queue, waiting up to ms: its wParam, or kNone.
@@ -50,11 +50,24 @@ public:
         MSG msg;
         for (const ULONGLONG end = GetTickCount64() + ms;; Sleep(20))
         {
-            if (PeekMessageW(&msg, window->m_hWnd, uMsg, uMsg, PM_REMOVE))
+            if (PeekMessageW(&msg, window->Window(), uMsg, uMsg, PM_REMOVE))
                 return msg.wParam;
             if (GetTickCount64() >= end)
                 return kNone;
         }
+    }
+
+    // Runs the window's messages for ms, or until done holds.
+    template <typename Done> static void Pump(DWORD ms, Done done)
+    {
+        MSG msg;
+        for (const ULONGLONG end = GetTickCount64() + ms; !done() && GetTickCount64() < end; Sleep(10))
+            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+                DispatchMessageW(&msg);
+    }
+    static void Pump(DWORD ms)
+    {
+        Pump(ms, [] { return false; });
     }
 
     std::unique_ptr<CTaskBarWindow> window;

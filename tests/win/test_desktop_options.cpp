@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -102,7 +101,6 @@ protected:
     }
     void TearDown() override
     {
-        m_window->m_nDesktopResets = 1; // the desktop is put back below, not by the window
         m_tray.reset();
         RegDeleteKeyValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged");
         for (const DesktopEffect& e : KV_EFFECTS)
@@ -120,15 +118,14 @@ protected:
     void Apply(int nMask)
     {
         const auto before = Profile();
-        m_window->SetDesktopOptions(nMask);
+        Options().Set(nMask);
         EXPECT_TRUE(before == Profile());
     }
     void Restore()
     {
         const auto before = Profile();
-        m_window->m_nConnections = 0;
         m_window->NotifyDisconnect();
-        EXPECT_EQ(1, m_window->m_nDesktopResets);
+        EXPECT_EQ(1, Options().Changed());
         EXPECT_FALSE(NotePresent());
         EXPECT_TRUE(before == Profile());
     }
@@ -137,6 +134,8 @@ protected:
     std::map<int, DWORD> m_session;
     std::wstring m_wallpaper;
     KvSystemApi m_api = KvDefaultSystemApi();
+    CDesktopOptions& Options() { return m_window->DesktopOptions(); }
+
     std::unique_ptr<ParkedTrayWindow> m_tray;
     CTaskBarWindow* m_window = nullptr;
 };
@@ -157,7 +156,7 @@ TEST_F(DesktopOptions, EachEffectIsSwitchedOffOnlyWhenOnAndPutBackWhenTheLastVie
             ASSERT_EQ(uWasOn, Get(e) != 0);
             Apply(e.nBit);
             EXPECT_EQ(0u, Get(e));
-            EXPECT_EQ(uWasOn ? 1 | e.nBit : 1, m_window->m_nDesktopResets);
+            EXPECT_EQ(uWasOn ? 1 | e.nBit : 1, Options().Changed());
             EXPECT_EQ(uWasOn != 0, NotePresent());
             for (const DesktopEffect& other : KV_EFFECTS)
                 EXPECT_TRUE(other.nBit == e.nBit || Get(other) != 0) << std::hex << other.nBit;
@@ -198,7 +197,7 @@ TEST_F(DesktopOptions, WhatTheUserHadOffOrTooLongToReadBackStaysOff)
         PutWallpaper(r.wallpaper);
         ASSERT_EQ(r.wallpaper, Wallpaper());
         Apply(0x0014);
-        EXPECT_EQ(r.nChanged, m_window->m_nDesktopResets);
+        EXPECT_EQ(r.nChanged, Options().Changed());
         EXPECT_EQ(0u, Get(KV_EFFECTS[0]));
         EXPECT_EQ(L"", Wallpaper());
         Restore();
@@ -208,53 +207,31 @@ TEST_F(DesktopOptions, WhatTheUserHadOffOrTooLongToReadBackStaysOff)
     RemoveDirectoryW(folder.c_str());
 }
 
-TEST_F(DesktopOptions, BitsWithoutASettingAndRequestsOfNothingChangeNothing)
+TEST_F(DesktopOptions, BitsWithoutASettingChangeNothingAndBeforeTheShellIsUpTheRequestWaits)
 {
     for (const DesktopEffect& e : KV_EFFECTS)
         Put(e, 1);
-    m_window->SetDesktopOptions(0x0009);
-    m_window->m_nDesktopOptions = 0;
-    m_window->SetDesktopOptionsDelayed();
-    m_window->m_nDesktopOptions = 1;
-    m_window->SetDesktopOptionsDelayed();
-    EXPECT_EQ(1, m_window->m_nDesktopResets);
+    Options().Set(0x0009);
+    Options().Reapply();
+    EXPECT_EQ(1, Options().Changed());
     EXPECT_FALSE(NotePresent());
     for (const DesktopEffect& e : KV_EFFECTS)
         EXPECT_NE(0u, Get(e)) << std::hex << e.nBit;
-    // A new viewer re-applies the last request.
-    m_window->m_nDesktopOptions = 0x0040;
-    m_window->SetDesktopOptionsDelayed();
-    EXPECT_EQ(0x0041, m_window->m_nDesktopResets);
-}
 
-TEST_F(DesktopOptions, BeforeTheShellIsUpTheRequestWaitsForItsTaskbar)
-{
     const DesktopEffect& shadow = KV_EFFECTS[2];
     const DesktopEffect& fade = KV_EFFECTS[3];
-    Put(shadow, 1);
-    Put(fade, 1);
     KvScopedSystemApi scoped(m_api);
     g_bShellUp = false;
-    m_window->SetDesktopOptions(shadow.nBit);
-    EXPECT_EQ(KV_TIMER_DESKTOP_POLL, m_window->m_bDesktopOptionsPending);
-    m_window->SetDesktopOptions(fade.nBit); // ignored while one waits
-    EXPECT_EQ(shadow.nBit, m_window->m_nDesktopOptions);
-
+    Options().Set(shadow.nBit);
+    Options().Set(fade.nBit); // ignored while one waits
     // The window's own timers run: nothing happens while the taskbar is missing.
-    const auto pump = [](DWORD ms, const std::function<bool()>& done)
-    {
-        MSG msg;
-        for (const ULONGLONG end = GetTickCount64() + ms; !done() && GetTickCount64() < end; Sleep(10))
-            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageW(&msg);
-    };
-    pump(1000, [] { return false; });
+    ParkedTrayWindow::Pump(1000);
     EXPECT_NE(0u, Get(shadow));
     g_bShellUp = true;
-    pump(kE2eWait, [&] { return m_window->m_bDesktopOptionsPending == 0; });
+    ParkedTrayWindow::Pump(kE2eWait, [&] { return Options().Changed() != 1; });
     EXPECT_EQ(0u, Get(shadow));
     EXPECT_NE(0u, Get(fade));
-    EXPECT_EQ(1 | shadow.nBit, m_window->m_nDesktopResets);
+    EXPECT_EQ(1 | shadow.nBit, Options().Changed());
 }
 
 // The built agent killed with options off: the next agent started in the session puts them back.

@@ -22,6 +22,7 @@
 #include <cstring>
 #include <cwchar>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,29 +37,6 @@ const bool g_bWinsock = []
     WSADATA data;
     return WSAStartup(MAKEWORD(2, 2), &data) == 0;
 }();
-
-// --- The tray window, without its own start: its threads are started by the tests.
-
-// A parked tray window with an unconnected socket, as the connection thread finds it.
-struct TrayWindow : kvtest::ParkedTrayWindow
-{
-    explicit TrayWindow(unsigned int uiPort) : ParkedTrayWindow(uiPort)
-    {
-        window->m_pSocket = new CKvSocket();
-    }
-    // The ids of the timers that fired within dwMs (the timers are not killed).
-    std::vector<UINT_PTR> Timers(DWORD dwMs) const
-    {
-        std::vector<UINT_PTR> ids;
-        MSG msg;
-        for (DWORD dwStart = GetTickCount(); GetTickCount() - dwStart < dwMs; Sleep(20))
-            while (PeekMessageW(&msg, window->m_hWnd, WM_TIMER, WM_TIMER, PM_REMOVE))
-                if (std::find(ids.begin(), ids.end(), msg.wParam) == ids.end())
-                    ids.push_back(msg.wParam);
-        std::sort(ids.begin(), ids.end());
-        return ids;
-    }
-};
 
 HANDLE StartThread(unsigned(__stdcall* pfn)(void*), void* pArg)
 {
@@ -139,6 +117,33 @@ BOOL FakeInputDesktopName(wchar_t* szName, DWORD cchName)
     return TRUE;
 }
 
+// The tray window as the watchers see it: the link's socket, the handshake event, a stand-in for
+// the connection thread, the viewer count and the timers asked for.
+struct WatchedWindow : IKvWatcherLink
+{
+    int SendToService(const void* pBuffer, int nLength) override { return socket.Send(pBuffer, nLength); }
+    HANDLE SessionEvent() const override { return hSession; }
+    HANDLE ConnectionThread() const override { return hConnection; }
+    int Connections() const override { return nConnections; }
+    void StartTimer(UINT_PTR uTimer, UINT) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        timers.push_back(uTimer);
+    }
+    std::vector<UINT_PTR> TakeTimers()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return std::move(timers);
+    }
+
+    CKvSocket socket;
+    HANDLE hSession = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE hConnection = CreateEventW(nullptr, TRUE, FALSE, nullptr); // the connection thread, running
+    std::atomic<int> nConnections{0};
+    std::mutex mutex;
+    std::vector<UINT_PTR> timers;
+};
+
 class DesktopWatcher : public ::testing::Test
 {
 protected:
@@ -152,23 +157,18 @@ protected:
     void SetUp() override
     {
         g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        CTaskBarWindow& w = *m_tray.window;
-        ASSERT_EQ(1, w.m_pSocket->Connect(L"127.0.0.1", m_service.port, SOCK_STREAM, 0));
+        ASSERT_EQ(1, m_window.socket.Connect(L"127.0.0.1", m_service.port, SOCK_STREAM, 0));
         ASSERT_TRUE(m_service.Accept(5000));
-        w.m_hSessionEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        w.m_hConnectionThread = m_hConnection;
-        m_hThreads[0] = StartThread(DesktopChangeThread, &w);
-        m_hThreads[1] = StartThread(DesktopHaveChangedThread, &w);
+        m_hThreads[0] = StartThread(DesktopChangeThread, static_cast<IKvWatcherLink*>(&m_window));
+        m_hThreads[1] = StartThread(DesktopHaveChangedThread, static_cast<IKvWatcherLink*>(&m_window));
     }
 
     void TearDown() override
     {
         SetEvent(g_hStopEvent);
         EXPECT_TRUE(Ended());
-        for (HANDLE h : m_hThreads)
+        for (HANDLE h : {m_hThreads[0], m_hThreads[1], m_window.hSession, m_window.hConnection, m_hSwitch})
             CloseHandle(h);
-        SetEvent(m_hConnection); // the window's end waits for it; it goes with the window
-        CloseHandle(m_hSwitch);
     }
 
     ~DesktopWatcher() override
@@ -185,17 +185,15 @@ protected:
     KvScopedSystemApi m_scoped{m_api};
     // Wine has no desktop-switch event: the test's own takes its name.
     HANDLE m_hSwitch = CreateEventW(nullptr, FALSE, FALSE, L"WinSta0_DesktopSwitch");
-    HANDLE m_hConnection = CreateEventW(nullptr, TRUE, FALSE, nullptr); // the connection thread, running
-    TrayWindow m_tray{0};
+    WatchedWindow m_window;
     Listener m_service;
     HANDLE m_hThreads[2] = {};
 };
 
 TEST_F(DesktopWatcher, ReportsAfterTheHandshakeAndOnEverySwitchWhileTheLinkLives)
 {
-    CTaskBarWindow& w = *m_tray.window;
     EXPECT_TRUE(m_service.Words(2, 300).empty()) << "nothing before the handshake";
-    SetEvent(w.m_hSessionEvent);
+    SetEvent(m_window.hSession);
     EXPECT_EQ(State(7), m_service.Words(2, 5000));
     EXPECT_TRUE(m_service.Words(2, 500).empty()) << "one report per handshake";
 
@@ -203,22 +201,20 @@ TEST_F(DesktopWatcher, ReportsAfterTheHandshakeAndOnEverySwitchWhileTheLinkLives
     g_szInputDesktop = L"Screen-saver";
     SetEvent(m_hSwitch);
     EXPECT_EQ(State(8), m_service.Words(2, 5000));
-    EXPECT_TRUE(m_tray.Timers(600).empty());
+    EXPECT_TRUE(m_window.TakeTimers().empty());
 
     // With a viewer on, the notice and the icon are brought back soon.
-    w.m_nConnections = 1;
+    m_window.nConnections = 1;
     SetEvent(m_hSwitch);
     EXPECT_EQ(State(8), m_service.Words(2, 5000));
-    EXPECT_EQ((std::vector<UINT_PTR>{KV_TIMER_NOTIFY_CONNECT, KV_TIMER_TRAY_RETRY}), m_tray.Timers(1000));
-    KillTimer(w.m_hWnd, KV_TIMER_NOTIFY_CONNECT);
-    KillTimer(w.m_hWnd, KV_TIMER_TRAY_RETRY);
+    EXPECT_EQ((std::vector<UINT_PTR>{KV_TIMER_NOTIFY_CONNECT, KV_TIMER_TRAY_RETRY}), m_window.TakeTimers());
 
     g_szInputDesktop = L"Default";
     SetEvent(m_hSwitch);
     EXPECT_EQ(State(7), m_service.Words(2, 5000));
 
     // Both threads end with the connection thread.
-    SetEvent(m_hConnection);
+    SetEvent(m_window.hConnection);
     EXPECT_TRUE(Ended());
 }
 
@@ -227,7 +223,7 @@ TEST_F(DesktopWatcher, StopBeforeTheHandshakeEndsBothWithoutAWord)
     SetEvent(m_hSwitch);
     SetEvent(g_hStopEvent);
     EXPECT_TRUE(Ended());
-    m_tray.window->m_pSocket->Close();
+    m_window.socket.Close();
     EXPECT_TRUE(m_service.Words(1, 5000).empty()) << "the link closed with nothing sent";
 }
 
@@ -259,9 +255,9 @@ protected:
     }
 
     // Runs the connection thread to its end; false when it outlived dwMs.
-    bool RunToEnd(TrayWindow& tray, DWORD dwMs = 30000)
+    bool RunToEnd(kvtest::ParkedTrayWindow& tray, DWORD dwMs = 30000)
     {
-        HANDLE hThread = StartThread(ConnectionInfo, tray.window.get());
+        HANDLE hThread = StartThread(ConnectionInfo, static_cast<IKvTrayLink*>(tray.window.get()));
         const bool bEnded = WaitForSingleObject(hThread, dwMs) == WAIT_OBJECT_0;
         CloseHandle(hThread);
         return bEnded;
@@ -304,9 +300,9 @@ TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
     {
         ArrangeService(c.nServiceState);
         g_events.clear();
-        TrayWindow tray(ClosedPort());
+        kvtest::ParkedTrayWindow tray(ClosedPort());
         ASSERT_TRUE(RunToEnd(tray)) << c.name;
-        EXPECT_NE(TrayWindow::kNone, tray.Take(WM_KV_QUIT)) << c.name;
+        EXPECT_NE(kvtest::ParkedTrayWindow::kNone, tray.Take(WM_KV_QUIT)) << c.name;
         ASSERT_EQ(1u, g_events.size()) << c.name;
         EXPECT_EQ(c.wType, g_events[0].first) << c.name;
         const std::wstring text = kvtest::ResourceText(g_hResInstance, c.uString);

@@ -1,7 +1,7 @@
-// The tray window's icon and balloons in this process, against a stand-in for the shell's
-// notification area on a desktop of the test's own. Which picture shows when is the host's
-// (test_trayicon.cpp), and the records that move the icon and open the notices reach it end to end
-// (test_resident_e2e.cpp).
+// The tray icon and its balloons against a stand-in for the shell's notification area on a
+// desktop of the test's own: the facility itself, and the tray window reaching it from another
+// thread. Which picture shows when is the host's (test_trayicon.cpp), and the records that move
+// the icon reach it end to end (test_resident_e2e.cpp).
 #include "fake_shell.h"
 #include "parked_tray_window.h"
 #include "test_agent_support.h"
@@ -12,11 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 using namespace kvtest;
 
@@ -61,25 +61,32 @@ protected:
         g_bOneTimeSession = 0;
         m_tray = std::make_unique<ParkedTrayWindow>();
         ASSERT_TRUE(m_tray->Ready());
-        m_window = m_tray->window.get();
-        m_window->m_bTrayIcon = 1;
-        KvCopyString(m_window->m_Settings.szCaption, L"Vexa");
+        m_hWnd = m_tray->window->Window();
+        m_settings.bTrayIcon = 1;
+        KvCopyString(m_settings.szCaption, L"Vexa");
+        m_icon = std::make_unique<CTrayIcon>();
+        m_icon->Create(m_hWnd, true);
     }
     void TearDown() override
     {
+        m_icon.reset();
         m_tray.reset();
         m_shell.reset();
         g_bOneTimeSession = 0;
     }
 
+    KvTrayInputs In() const { return KvTrayInputs{&m_settings, 0, 1, 1}; }
     bool Held() const { return m_shell->icons.count(KV_TRAY_ICON_ID) != 0; }
     const FakeShell::Icon& HeldIcon() { return m_shell->icons[KV_TRAY_ICON_ID]; }
-    WPARAM TakePosted(UINT uMsg) { return m_tray->Take(uMsg); }
+    bool RetryTimerSet() const { return KillTimer(m_hWnd, KV_TIMER_TRAY_RETRY) != FALSE; }
+    size_t Logged(const std::string& message) const { return m_log.Count("INFO", "KVNXSTWindow", message); }
 
     LogCapture m_log;
     std::unique_ptr<FakeShell> m_shell;
     std::unique_ptr<ParkedTrayWindow> m_tray;
-    CTaskBarWindow* m_window = nullptr;
+    HWND m_hWnd = nullptr;
+    MSG_TRAYICON_SETTINGS m_settings = {};
+    std::unique_ptr<CTrayIcon> m_icon;
     static TestDesktop* s_desktop;
     static std::thread s_keeper;
     static HANDLE s_hRelease;
@@ -91,75 +98,76 @@ HANDLE TrayIcon::s_hRelease = nullptr;
 
 } // namespace
 
-TEST_F(TrayIcon, RefusedAddIsRetriedEverySecondForAMinuteThenEveryMinuteAndComesBackAfterARestart)
+TEST_F(TrayIcon, RefusedAddIsRetriedEverySecondForAMinuteThenEveryMinute)
 {
-    CTaskBarWindow& w = *m_window;
     m_shell->bRefuse = true;
-    EXPECT_EQ(1, w.SetTrayIcon());
+    m_icon->Update(In());
     for (int i = 0; i < 61; ++i)
-        SendMessageW(w.m_hWnd, WM_TIMER, KV_TIMER_TRAY_RETRY, 0);
-    EXPECT_EQ(62, w.m_nTrayRetries);
-    EXPECT_NE(0u, w.m_uTrayRetryTimer);
+        m_icon->OnRetryTimer(In());
     for (int n = 1; n <= 62; ++n)
-        EXPECT_EQ(1u, m_log.Count("INFO", "KVNXSTWindow",
-                                  "Adding the tray icon failed, attempt " + std::to_string(n) +
-                                      "; next try in " + (n <= 60 ? "1000" : "60000") + " ms."))
+        EXPECT_EQ(1u, Logged("Adding the tray icon failed, attempt " + std::to_string(n) + "; next try in " +
+                             (n <= 60 ? "1000" : "60000") + " ms."))
             << n;
+    EXPECT_TRUE(RetryTimerSet());
 
     m_shell->bRefuse = false;
-    SendMessageW(w.m_hWnd, WM_TIMER, KV_TIMER_TRAY_RETRY, 0);
-    EXPECT_EQ(1, w.m_bTrayIconAdded);
-    EXPECT_EQ(0, w.m_nTrayRetries);
-    EXPECT_EQ(0u, w.m_uTrayRetryTimer);
+    m_icon->OnRetryTimer(In());
+    EXPECT_FALSE(RetryTimerSet());
     ASSERT_TRUE(Held());
     EXPECT_EQ(WM_KV_TRAY_CALLBACK, HeldIcon().uCallbackMessage);
-    EXPECT_EQ(w.m_hWnd, m_shell->calls.back().hWnd);
+    EXPECT_EQ(m_hWnd, m_shell->calls.back().hWnd);
     EXPECT_EQ(static_cast<UINT>(NIF_MESSAGE | NIF_ICON | NIF_TIP), m_shell->calls.back().uFlags);
-    EXPECT_EQ(63u, m_log.Count("INFO", "KVNXSTWindow", "dwMsg=0 bActive=0"));
-    EXPECT_EQ(static_cast<WPARAM>(-1), TakePosted(WM_SHOW_ONE_TIME_AGENT_BALLON)) << "not the one-time agent";
+    EXPECT_EQ(63u, Logged("dwMsg=0 bActive=0"));
+    EXPECT_EQ(ParkedTrayWindow::kNone, m_tray->Take(WM_SHOW_ONE_TIME_AGENT_BALLON)) << "not the one-time agent";
+}
 
-    // The shell starts again without the icon and says so.
-    m_shell->Restart();
-    EXPECT_EQ(1, SendMessageW(w.m_hWnd, RegisterWindowMessageW(L"TaskbarCreated"), 0, 0));
-    EXPECT_TRUE(Held());
-    EXPECT_EQ(1, w.m_bTrayIconAdded);
+// An icon the shell still holds (an agent before us, a lost answer) refuses the add for good.
+TEST_F(TrayIcon, AnAddRefusedBecauseTheIconIsThereModifiesItInstead)
+{
+    m_shell->icons[KV_TRAY_ICON_ID] = FakeShell::Icon();
+    m_icon->Update(In());
+    ASSERT_TRUE(Held());
+    EXPECT_EQ(L"Vexa", HeldIcon().tip);
+    EXPECT_EQ(WM_KV_TRAY_CALLBACK, HeldIcon().uCallbackMessage);
+    EXPECT_EQ(1u, Logged("The shell already held the tray icon; it was modified instead."));
+    EXPECT_FALSE(RetryTimerSet());
+    EXPECT_EQ(0u, Logged("Adding the tray icon failed, attempt 1; next try in 1000 ms."));
+    m_icon->Update(In());
+    EXPECT_EQ(static_cast<DWORD>(NIM_MODIFY), m_shell->calls.back().dwMessage) << "held from now on";
 }
 
 TEST_F(TrayIcon, TooltipCarriesTheHeadsAndIsCutToTheShellsField)
 {
-    CTaskBarWindow& w = *m_window;
     const std::wstring oneTime = ResourceText(g_hResInstance, IDS_TOOLTIP_ONETIME),
                        note = ResourceText(g_hResInstance, IDS_SERVICE_FLAG_NOTE);
     ASSERT_FALSE(oneTime.empty() || note.empty());
     g_bOneTimeSession = 1;
-    w.m_Settings.bTooltipNote = 1;
-    w.SetTrayIcon();
+    m_settings.bTooltipNote = 1;
+    m_icon->Update(In());
     EXPECT_EQ(oneTime + note + L"\r\nVexa", HeldIcon().tip);
 
     // Without balloons the field is 64 units.
     g_bOneTimeSession = 0;
-    w.m_bShellBalloons = 0;
-    KvCopyString(w.m_Settings.szCaption, std::wstring(200, L'c').c_str());
-    w.SetTrayIcon();
+    CTrayIcon plain;
+    plain.Create(m_hWnd, false);
+    KvCopyString(m_settings.szCaption, std::wstring(200, L'c').c_str());
+    plain.Update(In());
     EXPECT_EQ((note + L"\r\n" + std::wstring(200, L'c')).substr(0, 59) + L"...", HeldIcon().tip);
 }
 
 TEST_F(TrayIcon, BalloonsFollowThePolicyAndAreCut)
 {
-    CTaskBarWindow& w = *m_window;
-    w.SetTrayIcon();
+    m_icon->Update(In());
+    CTrayIcon plain;
+    plain.Create(m_hWnd, false);
     const size_t nCalls = m_shell->calls.size();
-    w.m_bTrayIcon = 0;
-    EXPECT_EQ(1, w.ShowTrayBalloonMsg(L"hidden"));
-    w.m_bTrayIcon = 1;
-    w.m_bShellBalloons = 0;
-    EXPECT_EQ(0, w.ShowTrayBalloonMsg(L"no balloons here"));
-    EXPECT_EQ(0, w.ShowTrayBalloonMsg(nullptr));
+    EXPECT_EQ(1, m_icon->ShowBalloon(L"hidden", 0));
+    EXPECT_EQ(0, plain.ShowBalloon(L"no balloons here", 1));
+    EXPECT_EQ(0, m_icon->ShowBalloon(nullptr, 1));
     EXPECT_EQ(nCalls, m_shell->calls.size()) << "nothing reaches the shell";
     EXPECT_EQ(3u, m_log.Count("DEBUG", "KVNXSTWindow", "ShowTrayBalloon"));
 
-    w.m_bShellBalloons = 1;
-    EXPECT_EQ(1, w.ShowTrayBalloonMsg(std::wstring(300, L'b').c_str()));
+    EXPECT_EQ(1, m_icon->ShowBalloon(std::wstring(300, L'b').c_str(), 1));
     const FakeShell::Call& balloon = m_shell->calls.back();
     EXPECT_EQ(static_cast<UINT>(NIF_INFO | NIF_REALTIME), balloon.uFlags);
     EXPECT_EQ(std::wstring(255, L'b'), balloon.info);
@@ -167,21 +175,47 @@ TEST_F(TrayIcon, BalloonsFollowThePolicyAndAreCut)
     EXPECT_EQ(static_cast<DWORD>(NIIF_INFO), balloon.dwInfoFlags);
 
     // A reconfiguration shows in the tooltip, and as a balloon whose icon says how it stands.
-    const struct
+    KvReconfigureNote note;
+    wcscpy(note.szText, L"Reconfiguring");
+    for (const auto& [dwState, dwInfoFlags] : {std::pair<DWORD, DWORD>{0, NIIF_WARNING}, {1, NIIF_INFO}, {7, NIIF_ERROR}})
     {
-        DWORD dwState, dwInfoFlags;
-    } states[] = {{0, NIIF_WARNING}, {1, NIIF_INFO}, {7, NIIF_ERROR}};
-    for (const auto& s : states)
-    {
-        EXPECT_EQ(1, w.SendTrayMsgServerReconfiguring(s.dwState, L"Reconfiguring"));
+        note.dwState = dwState;
+        EXPECT_EQ(1, m_icon->ShowReconfiguring(note));
         EXPECT_EQ(L"Reconfiguring", m_shell->calls.back().info);
-        EXPECT_EQ(s.dwInfoFlags, m_shell->calls.back().dwInfoFlags) << s.dwState;
+        EXPECT_EQ(dwInfoFlags, m_shell->calls.back().dwInfoFlags) << dwState;
         EXPECT_EQ(L"Reconfiguring", HeldIcon().tip);
     }
-    w.m_bShellBalloons = 0;
-    EXPECT_EQ(1, w.SendTrayMsgServerReconfiguring(0, L"Plain"));
+    EXPECT_EQ(1, plain.ShowReconfiguring(note));
     EXPECT_EQ(static_cast<UINT>(NIF_TIP), m_shell->calls.back().uFlags);
-    EXPECT_EQ(L"Plain", HeldIcon().tip);
+}
+
+// The connection thread changes the icon and shows the service's texts through the window: every
+// call reaches the shell from the window's thread, with the text copied before the caller's is gone.
+TEST_F(TrayIcon, OtherThreadsReachTheShellOnlyThroughTheWindowsThread)
+{
+    IKvTrayLink& link = *m_tray->window;
+    std::atomic<bool> bDone{false};
+    std::thread connection(
+        [&]
+        {
+            link.StoreSettings(m_settings);
+            link.SetIconSelector(2);
+            const std::wstring text(L"Reconfiguring");
+            link.ShowReconfiguring(0, text.c_str());
+            bDone = true;
+        });
+    ParkedTrayWindow::Pump(5000, [&] { return bDone && m_shell->calls.size() >= 2; });
+    connection.join();
+    ASSERT_TRUE(Held());
+    EXPECT_EQ(L"Reconfiguring", HeldIcon().tip);
+    EXPECT_EQ(L"Reconfiguring", m_shell->calls.back().info);
+    for (const FakeShell::Call& call : m_shell->calls)
+        EXPECT_FALSE(call.bFromOtherThread) << "call " << call.dwMessage;
+
+    // The shell starts again without the icon and says so.
+    m_shell->Restart();
+    EXPECT_EQ(1, SendMessageW(m_hWnd, RegisterWindowMessageW(L"TaskbarCreated"), 0, 0));
+    EXPECT_TRUE(Held());
 }
 
 namespace
@@ -233,7 +267,7 @@ TEST_F(TrayIcon, DesktopUserInformationReportsTheInputDesktopAndTheScreenSaver)
         g_bFakeScreenSaver = c.bScreenSaver;
         MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
         std::memset(&info, 0xAB, sizeof info);
-        m_window->GetDesktopUserInformation(&info);
+        GetDesktopUserInformation(&info);
         EXPECT_EQ(c.dwState, info.dwState) << c.name.size();
         EXPECT_EQ(c.name, std::wstring(KvWide(info.szDesktopName)));
         EXPECT_EQ(std::wstring(L"alice"), KvWide(info.szUserName));

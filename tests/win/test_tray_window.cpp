@@ -1,5 +1,6 @@
 // The connect/disconnect notice, opened by the tray window object in this process as the connection
-// thread asks: its sound and when it closes. Its texts are read end to end (test_notice_e2e.cpp).
+// thread asks: its sound and when it closes. Its texts are read end to end (test_notice_e2e.cpp);
+// where it goes is the host's (test_notice_placement.cpp).
 #include "parked_tray_window.h"
 
 #include "KvSystemApi.h"
@@ -56,32 +57,39 @@ protected:
         m_api.pfnMessageBeep = FakeMessageBeep;
         m_scoped = std::make_unique<KvScopedSystemApi>(m_api);
         g_sound = SoundCalls();
-        m_window->m_ConnectInfo.dwConnections = 1;
-        m_window->m_ConnectInfo.dwTrayIcon = 1;
-        m_window->m_Settings.dwNotifyDisplayTime = 5;
-        m_window->m_Settings.dwIdleTrayIcon = 1;
+        m_info.dwConnections = 1;
+        m_info.dwTrayIcon = 1;
+        m_settings = m_window->Settings();
+        m_settings.dwNotifyDisplayTime = 5;
+        m_settings.dwIdleTrayIcon = 1;
     }
     void TearDown() override
     {
-        if (IsWindow(m_window->m_hNotifyDlg))
-            DestroyWindow(m_window->m_hNotifyDlg);
+        m_window->CloseNotice();
         m_scoped.reset();
         m_tray.reset();
     }
 
-    // Opens a notice of this kind and lets it play its sound.
+    // Hands the window the blocks as the connection thread does, opens a notice of this kind the
+    // way that thread does, and lets it play its sound.
     HWND Open(int nKind)
     {
-        m_window->m_nNotifyKind = nKind;
-        SendMessageW(m_window->m_hWnd, WM_KV_SHOW_NOTIFY_DLG, 1, 0);
-        MSG msg;
-        for (const ULONGLONG end = GetTickCount64() + 300; GetTickCount64() < end; Sleep(10))
-            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageW(&msg);
-        return m_window->m_hNotifyDlg;
+        m_window->StoreConnectInfo(m_info);
+        m_window->StoreSettings(m_settings);
+        if (nKind == KV_NOTIFY_CONNECT)
+            m_window->NotifyConnect();
+        else if (nKind == KV_NOTIFY_DISCONNECT)
+            m_window->NotifyDisconnect();
+        else
+            m_window->NotifyAll();
+        ParkedTrayWindow::Pump(300);
+        EXPECT_EQ(nKind, m_window->NoticeKind());
+        return m_window->NoticeWindow();
     }
 
     std::unique_ptr<ParkedTrayWindow> m_tray;
+    MSG_TRAYICON_CONNECT_INFO m_info = {};
+    MSG_TRAYICON_SETTINGS m_settings = {};
     CTaskBarWindow* m_window = nullptr;
     KvSystemApi m_api{};
     std::unique_ptr<KvScopedSystemApi> m_scoped;
@@ -115,8 +123,8 @@ TEST_F(Notice, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForThe
         g_sound = SoundCalls();
         g_sound.user = c.szUser;
         g_sound.bPlayResult = c.bPlays;
-        m_window->m_Settings.bQuietWhenIdleIcon = c.bQuiet;
-        m_window->m_Settings.dwIdleTrayIcon = c.dwIdleIcon;
+        m_settings.bQuietWhenIdleIcon = c.bQuiet;
+        m_settings.dwIdleTrayIcon = c.dwIdleIcon;
         ASSERT_NE(nullptr, Open(c.nKind)) << c.szCase;
         if (c.szExpected == nullptr)
             EXPECT_TRUE(g_sound.played.empty()) << c.szCase;
@@ -132,7 +140,6 @@ TEST_F(Notice, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForThe
 
 TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
 {
-    CTaskBarWindow& w = *m_window;
     const struct
     {
         const char* szCase;
@@ -150,40 +157,24 @@ TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
     for (UINT uMsg : {WM_TIMER, WM_CLOSE})
         for (const auto& c : cases)
         {
-            w.m_ConnectInfo.dwConnections = c.dwConnections;
-            w.m_ConnectInfo.dwTrayIcon = c.dwSelector;
-            w.m_ConnectInfo.bDisconnectButton = c.bButton;
-            w.m_Settings.bKeepNotifyOpen = c.bKeep;
-            const HWND hNotice = Open(1);
+            m_info.dwConnections = c.dwConnections;
+            m_info.dwTrayIcon = c.dwSelector;
+            m_info.bDisconnectButton = c.bButton;
+            m_settings.bKeepNotifyOpen = c.bKeep;
+            const HWND hNotice = Open(3);
             ASSERT_NE(nullptr, hNotice) << c.szCase;
             SendMessageW(hNotice, uMsg, uMsg == WM_TIMER ? 222 : 0, 0);
             EXPECT_EQ(c.bStays, IsWindow(hNotice) != FALSE)
                 << c.szCase << (uMsg == WM_TIMER ? " (timer)" : " (close)");
-            EXPECT_EQ(c.bStays ? hNotice : nullptr, w.m_hNotifyDlg) << c.szCase;
+            EXPECT_EQ(c.bStays ? hNotice : nullptr, m_window->NoticeWindow()) << c.szCase;
         }
 
     // Display time 0: no timer at all; otherwise the display time's period.
-    w.m_ConnectInfo = {};
+    m_info = {};
     for (std::uint32_t dwSeconds : {0u, 3u})
     {
-        w.m_Settings.dwNotifyDisplayTime = dwSeconds;
+        m_settings.dwNotifyDisplayTime = dwSeconds;
         const HWND hNotice = Open(2);
         EXPECT_EQ(dwSeconds != 0, KillTimer(hNotice, 222) != FALSE) << "display time " << dwSeconds;
     }
-}
-
-TEST_F(Notice, DisplayChangePutsItBackBesideTheTaskbar)
-{
-    const HWND hNotice = Open(2);
-    ASSERT_NE(nullptr, hNotice);
-    RECT rcPlaced, rcMoved, rcBack;
-    GetWindowRect(hNotice, &rcPlaced);
-    SetWindowPos(hNotice, nullptr, 5, 5, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    GetWindowRect(hNotice, &rcMoved);
-    ASSERT_EQ(5, rcMoved.left);
-    SendMessageW(hNotice, WM_DISPLAYCHANGE, 32, MAKELPARAM(1024, 768));
-    GetWindowRect(hNotice, &rcBack);
-    EXPECT_EQ(rcPlaced.left, rcBack.left);
-    EXPECT_EQ(rcPlaced.top, rcBack.top);
-    EXPECT_NE(5, rcBack.left);
 }
