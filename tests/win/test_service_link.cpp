@@ -1,11 +1,10 @@
 // The agent's side of the service link in this process: the desktop-switch threads against a
-// loopback peer, and how the connection thread gives up (event log, service states). The ports and
-// the records of the running link are driven end to end against the built agent elsewhere.
+// stand-in for the tray window, and how the connection thread gives up (event log, service states).
+// The ports and the records of the running link are driven end to end against the built agent.
 #include "ConnectionInfo.h"
 #include "DesktopSwitchWatcher.h"
 #include "KVNXST.h"
 #include "KVNXSTWindow.h"
-#include "KvSocket.h"
 #include "KvSystemApi.h"
 #include "UtilLog.h"
 #include "resource.h"
@@ -27,8 +26,6 @@
 #include <utility>
 #include <vector>
 
-using kvtest::ModuleFolder;
-
 namespace
 {
 
@@ -43,66 +40,18 @@ HANDLE StartThread(unsigned(__stdcall* pfn)(void*), void* pArg)
     return reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, pfn, pArg, 0, nullptr));
 }
 
-// --- Loopback peers standing in for the service.
-
-struct Listener
-{
-    Listener() : h(socket(AF_INET, SOCK_STREAM, 0))
-    {
-        sockaddr_in addr = {};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int cb = sizeof addr;
-        bind(h, reinterpret_cast<sockaddr*>(&addr), cb);
-        listen(h, 1);
-        getsockname(h, reinterpret_cast<sockaddr*>(&addr), &cb);
-        port = ntohs(addr.sin_port);
-    }
-    ~Listener()
-    {
-        closesocket(hConn);
-        closesocket(h);
-    }
-    // Accepts the one connection, giving up after dwMs.
-    bool Accept(DWORD dwMs)
-    {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(h, &set);
-        timeval tv = {static_cast<long>(dwMs / 1000), static_cast<long>(dwMs % 1000 * 1000)};
-        if (select(0, &set, nullptr, nullptr, &tv) != 1)
-            return false;
-        hConn = accept(h, nullptr, nullptr);
-        return hConn != INVALID_SOCKET;
-    }
-    // Up to nWords words of what arrives within dwMs; fewer when the time or the stream ends.
-    std::vector<std::uint32_t> Words(int nWords, DWORD dwMs)
-    {
-        const DWORD dwTimeout = dwMs;
-        setsockopt(hConn, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&dwTimeout),
-                   sizeof dwTimeout);
-        std::vector<std::uint32_t> words(static_cast<size_t>(nWords));
-        int cbHave = 0;
-        const int cbWant = nWords * 4;
-        while (cbHave < cbWant)
-        {
-            const int n = recv(hConn, reinterpret_cast<char*>(words.data()) + cbHave, cbWant - cbHave, 0);
-            if (n <= 0)
-                break;
-            cbHave += n;
-        }
-        words.resize(static_cast<size_t>(cbHave / 4));
-        return words;
-    }
-
-    SOCKET h, hConn = INVALID_SOCKET;
-    unsigned short port = 0;
-};
-
 // A port on which nobody listens: connecting is refused at once.
 unsigned short ClosedPort()
 {
-    return Listener().port;
+    const SOCKET h = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr = {};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int cb = sizeof addr;
+    bind(h, reinterpret_cast<sockaddr*>(&addr), cb);
+    getsockname(h, reinterpret_cast<sockaddr*>(&addr), &cb);
+    closesocket(h);
+    return ntohs(addr.sin_port);
 }
 
 // --- The desktop-switch threads.
@@ -117,11 +66,17 @@ BOOL FakeInputDesktopName(wchar_t* szName, DWORD cchName)
     return TRUE;
 }
 
-// The tray window as the watchers see it: the link's socket, the handshake event, a stand-in for
-// the connection thread, the viewer count and the timers asked for.
+// The tray window as the watchers see it: the handshake event, a stand-in for the connection
+// thread, the viewer count, and what they send and the timers they ask for.
 struct WatchedWindow : IKvWatcherLink
 {
-    int SendToService(const void* pBuffer, int nLength) override { return socket.Send(pBuffer, nLength); }
+    int SendToService(const void* pBuffer, int nLength) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        const auto* words = static_cast<const std::uint32_t*>(pBuffer);
+        sent.insert(sent.end(), words, words + nLength / 4);
+        return 1;
+    }
     HANDLE SessionEvent() const override { return hSession; }
     HANDLE ConnectionThread() const override { return hConnection; }
     int Connections() const override { return nConnections; }
@@ -130,17 +85,25 @@ struct WatchedWindow : IKvWatcherLink
         std::lock_guard<std::mutex> lock(mutex);
         timers.push_back(uTimer);
     }
-    std::vector<UINT_PTR> TakeTimers()
+    // The words sent once at least nWords came or dwMs passed, and the timers asked for; both taken.
+    std::pair<std::vector<std::uint32_t>, std::vector<UINT_PTR>> Take(size_t nWords, DWORD dwMs)
     {
+        for (const ULONGLONG end = GetTickCount64() + dwMs; GetTickCount64() < end; Sleep(20))
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (sent.size() >= nWords)
+                break;
+        }
+        Sleep(200); // anything more that follows
         std::lock_guard<std::mutex> lock(mutex);
-        return std::move(timers);
+        return {std::move(sent), std::move(timers)};
     }
 
-    CKvSocket socket;
     HANDLE hSession = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE hConnection = CreateEventW(nullptr, TRUE, FALSE, nullptr); // the connection thread, running
     std::atomic<int> nConnections{0};
     std::mutex mutex;
+    std::vector<std::uint32_t> sent;
     std::vector<UINT_PTR> timers;
 };
 
@@ -152,33 +115,29 @@ protected:
         m_api.pfnGetInputDesktopName = FakeInputDesktopName;
         g_szInputDesktop = L"Default";
         std::wmemcpy(g_szDesktopName, L"Agent", 6); // another desktop than the input one: state 7
-    }
-
-    void SetUp() override
-    {
         g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        ASSERT_EQ(1, m_window.socket.Connect(L"127.0.0.1", m_service.port, SOCK_STREAM, 0));
-        ASSERT_TRUE(m_service.Accept(5000));
         m_hThreads[0] = StartThread(DesktopChangeThread, static_cast<IKvWatcherLink*>(&m_window));
         m_hThreads[1] = StartThread(DesktopHaveChangedThread, static_cast<IKvWatcherLink*>(&m_window));
     }
-
-    void TearDown() override
+    ~DesktopWatcher() override
     {
         SetEvent(g_hStopEvent);
         EXPECT_TRUE(Ended());
-        for (HANDLE h : {m_hThreads[0], m_hThreads[1], m_window.hSession, m_window.hConnection, m_hSwitch})
+        for (HANDLE h : {m_hThreads[0], m_hThreads[1], m_window.hSession, m_window.hConnection, m_hSwitch,
+                         g_hStopEvent})
             CloseHandle(h);
-    }
-
-    ~DesktopWatcher() override
-    {
-        CloseHandle(g_hStopEvent);
         g_hStopEvent = nullptr;
     }
 
     bool Ended() { return WaitForMultipleObjects(2, m_hThreads, TRUE, 5000) == WAIT_OBJECT_0; }
-
+    // The state reports sent after the desktop switched to szDesktop, and the timers asked for.
+    std::pair<std::vector<std::uint32_t>, std::vector<UINT_PTR>> Switch(const wchar_t* szDesktop)
+    {
+        g_szInputDesktop = szDesktop;
+        SetEvent(m_hSwitch);
+        return m_window.Take(2, 5000);
+    }
+    using Timers = std::vector<UINT_PTR>;
     static std::vector<std::uint32_t> State(std::uint32_t dwState) { return {50007, dwState}; }
 
     KvSystemApi m_api = KvDefaultSystemApi();
@@ -186,32 +145,22 @@ protected:
     // Wine has no desktop-switch event: the test's own takes its name.
     HANDLE m_hSwitch = CreateEventW(nullptr, FALSE, FALSE, L"WinSta0_DesktopSwitch");
     WatchedWindow m_window;
-    Listener m_service;
     HANDLE m_hThreads[2] = {};
 };
 
 TEST_F(DesktopWatcher, ReportsAfterTheHandshakeAndOnEverySwitchWhileTheLinkLives)
 {
-    EXPECT_TRUE(m_service.Words(2, 300).empty()) << "nothing before the handshake";
+    EXPECT_TRUE(m_window.Take(2, 300).first.empty()) << "nothing before the handshake";
     SetEvent(m_window.hSession);
-    EXPECT_EQ(State(7), m_service.Words(2, 5000));
-    EXPECT_TRUE(m_service.Words(2, 500).empty()) << "one report per handshake";
+    EXPECT_EQ(State(7), m_window.Take(2, 5000).first) << "one report per handshake";
 
     // The screen saver takes the desktop; nobody watches, so no notice follows.
-    g_szInputDesktop = L"Screen-saver";
-    SetEvent(m_hSwitch);
-    EXPECT_EQ(State(8), m_service.Words(2, 5000));
-    EXPECT_TRUE(m_window.TakeTimers().empty());
-
+    EXPECT_EQ(std::make_pair(State(8), Timers()), Switch(L"Screen-saver"));
     // With a viewer on, the notice and the icon are brought back soon.
     m_window.nConnections = 1;
-    SetEvent(m_hSwitch);
-    EXPECT_EQ(State(8), m_service.Words(2, 5000));
-    EXPECT_EQ((std::vector<UINT_PTR>{KV_TIMER_NOTIFY_CONNECT, KV_TIMER_TRAY_RETRY}), m_window.TakeTimers());
-
-    g_szInputDesktop = L"Default";
-    SetEvent(m_hSwitch);
-    EXPECT_EQ(State(7), m_service.Words(2, 5000));
+    EXPECT_EQ(std::make_pair(State(8), Timers{KV_TIMER_NOTIFY_CONNECT, KV_TIMER_TRAY_RETRY}),
+              Switch(L"Screen-saver"));
+    EXPECT_EQ(std::make_pair(State(7), Timers()), Switch(L"Default"));
 
     // Both threads end with the connection thread.
     SetEvent(m_window.hConnection);
@@ -223,8 +172,7 @@ TEST_F(DesktopWatcher, StopBeforeTheHandshakeEndsBothWithoutAWord)
     SetEvent(m_hSwitch);
     SetEvent(g_hStopEvent);
     EXPECT_TRUE(Ended());
-    m_window.socket.Close();
-    EXPECT_TRUE(m_service.Words(1, 5000).empty()) << "the link closed with nothing sent";
+    EXPECT_TRUE(m_window.Take(2, 500).first.empty());
 }
 
 // --- How the connection thread starts and gives up.

@@ -1,15 +1,23 @@
-// The connect/disconnect notice, opened by the tray window object in this process as the connection
-// thread asks: its sound and when it closes. Its texts are read end to end (test_notice_e2e.cpp);
-// where it goes is the host's (test_notice_placement.cpp).
+// The tray window object in this process, against a stand-in for the shell's notification area on
+// a desktop of the test's own: the tray icon and its balloons, the window reaching the shell from
+// another thread, and the connect/disconnect notice's sound and when it closes. Which picture
+// shows when is the host's (test_trayicon.cpp); the records that move the icon and the notices'
+// texts are driven end to end (test_resident_e2e.cpp, test_notice_e2e.cpp).
+#include "fake_shell.h"
 #include "parked_tray_window.h"
+#include "test_agent_support.h"
+#include "test_log_capture.h"
 
 #include "KvSystemApi.h"
 #include "resource.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace kvtest;
@@ -26,78 +34,203 @@ struct SoundCalls
     int nBeeps = 0;
 } g_sound;
 
-BOOL WINAPI FakeGetUserName(LPWSTR lpBuffer, LPDWORD pcch)
-{
-    wcsncpy_s(lpBuffer, *pcch, g_sound.user.c_str(), _TRUNCATE);
-    return TRUE;
-}
-BOOL WINAPI FakePlaySound(LPCWSTR pszSound, HMODULE, DWORD fdwSound)
-{
-    g_sound.played.push_back(pszSound);
-    g_sound.flags.push_back(fdwSound);
-    return g_sound.bPlayResult;
-}
-BOOL WINAPI FakeMessageBeep(UINT)
-{
-    ++g_sound.nBeeps;
-    return TRUE;
-}
-
-class Notice : public ::testing::Test
+class TrayWindow : public ::testing::Test
 {
 protected:
+    // The test's thread moves to a desktop of its own. Another thread stays where the process
+    // started: Wine closes a desktop that no thread is on, and this process's windows hang under that
+    // desktop's window whichever desktop they are on.
+    static void SetUpTestSuite()
+    {
+        s_hRelease = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        s_keeper = std::thread(
+            []
+            {
+                GetDesktopWindow();
+                WaitForSingleObject(s_hRelease, INFINITE);
+            });
+        s_desktop = new TestDesktop;
+        ASSERT_TRUE(s_desktop->SetOnThisThread());
+        // The desktop's own shell starts with its first window; the stand-in must come after it.
+        GetDesktopWindow();
+        for (int i = 0; i < 500 && FindWindowW(L"Shell_TrayWnd", nullptr) == nullptr; ++i)
+            Sleep(10);
+    }
+    static void TearDownTestSuite()
+    {
+        SetEvent(s_hRelease);
+        s_keeper.join();
+        CloseHandle(s_hRelease);
+        delete s_desktop;
+    }
+
     void SetUp() override
     {
+        ASSERT_TRUE(m_log.Configured());
+        m_shell = std::make_unique<FakeShell>();
+        ASSERT_TRUE(m_shell->InFront()) << "another shell window answers the icon calls";
+        g_bOneTimeSession = 0;
         m_tray = std::make_unique<ParkedTrayWindow>();
         ASSERT_TRUE(m_tray->Ready());
-        m_window = m_tray->window.get();
-        m_api = KvDefaultSystemApi();
-        m_api.pfnGetUserNameW = FakeGetUserName;
-        m_api.pfnPlaySoundW = FakePlaySound;
-        m_api.pfnMessageBeep = FakeMessageBeep;
-        m_scoped = std::make_unique<KvScopedSystemApi>(m_api);
-        g_sound = SoundCalls();
+        m_hWnd = m_tray->window->Window();
+        m_settings.bTrayIcon = 1;
+        KvCopyString(m_settings.szCaption, L"Vexa");
+        m_icon = std::make_unique<CTrayIcon>();
+        m_icon->Create(m_hWnd, true);
         m_info.dwConnections = 1;
         m_info.dwTrayIcon = 1;
-        m_settings = m_window->Settings();
+        m_settings.bNotifyDlg = 1;
+        m_settings.bNotifyDisconnect = 1;
         m_settings.dwNotifyDisplayTime = 5;
         m_settings.dwIdleTrayIcon = 1;
     }
     void TearDown() override
     {
-        m_window->CloseNotice();
-        m_scoped.reset();
+        m_icon.reset();
         m_tray.reset();
+        m_shell.reset();
+        g_bOneTimeSession = 0;
     }
+
+    KvTrayInputs In() const { return KvTrayInputs{&m_settings, 0, 1, 1}; }
+    bool Held() const { return m_shell->icons.count(KV_TRAY_ICON_ID) != 0; }
+    const FakeShell::Icon& HeldIcon() { return m_shell->icons[KV_TRAY_ICON_ID]; }
+    bool RetryTimerSet() const { return KillTimer(m_hWnd, KV_TIMER_TRAY_RETRY) != FALSE; }
+    size_t Logged(const std::string& message) const { return m_log.Count("INFO", "KVNXSTWindow", message); }
 
     // Hands the window the blocks as the connection thread does, opens a notice of this kind the
     // way that thread does, and lets it play its sound.
     HWND Open(int nKind)
     {
-        m_window->StoreConnectInfo(m_info);
-        m_window->StoreSettings(m_settings);
-        if (nKind == KV_NOTIFY_CONNECT)
-            m_window->NotifyConnect();
-        else if (nKind == KV_NOTIFY_DISCONNECT)
-            m_window->NotifyDisconnect();
-        else
-            m_window->NotifyAll();
+        CTaskBarWindow& w = *m_tray->window;
+        w.StoreConnectInfo(m_info);
+        w.StoreSettings(m_settings);
+        void (CTaskBarWindow::*const open[])() = {nullptr, &CTaskBarWindow::NotifyConnect,
+                                                  &CTaskBarWindow::NotifyDisconnect, &CTaskBarWindow::NotifyAll};
+        (w.*open[nKind])();
         ParkedTrayWindow::Pump(300);
-        EXPECT_EQ(nKind, m_window->NoticeKind());
-        return m_window->NoticeWindow();
+        EXPECT_EQ(nKind, w.NoticeKind());
+        return w.NoticeWindow();
     }
 
+    LogCapture m_log;
+    std::unique_ptr<FakeShell> m_shell;
     std::unique_ptr<ParkedTrayWindow> m_tray;
-    MSG_TRAYICON_CONNECT_INFO m_info = {};
+    HWND m_hWnd = nullptr;
     MSG_TRAYICON_SETTINGS m_settings = {};
-    CTaskBarWindow* m_window = nullptr;
-    KvSystemApi m_api{};
-    std::unique_ptr<KvScopedSystemApi> m_scoped;
+    MSG_TRAYICON_CONNECT_INFO m_info = {};
+    std::unique_ptr<CTrayIcon> m_icon;
+    static TestDesktop* s_desktop;
+    static std::thread s_keeper;
+    static HANDLE s_hRelease;
 };
+
+TestDesktop* TrayWindow::s_desktop = nullptr;
+std::thread TrayWindow::s_keeper;
+HANDLE TrayWindow::s_hRelease = nullptr;
 
 } // namespace
 
-TEST_F(Notice, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForTheSystemOrAQuietService)
+TEST_F(TrayWindow, RefusedAddIsRetriedEverySecondForAMinuteThenEveryMinute)
+{
+    m_shell->bRefuse = true;
+    m_icon->Update(In());
+    for (int i = 0; i < 61; ++i)
+        m_icon->OnRetryTimer(In());
+    for (const char* szAttempt : {"1; next try in 1000", "60; next try in 1000", "62; next try in 60000"})
+        EXPECT_EQ(1u, Logged("Adding the tray icon failed, attempt " + std::string(szAttempt) + " ms."));
+    EXPECT_TRUE(RetryTimerSet());
+
+    m_shell->bRefuse = false;
+    m_icon->OnRetryTimer(In());
+    EXPECT_FALSE(RetryTimerSet());
+    ASSERT_TRUE(Held());
+    EXPECT_EQ(WM_KV_TRAY_CALLBACK, HeldIcon().uCallbackMessage);
+    EXPECT_EQ(m_hWnd, m_shell->calls.back().hWnd);
+    EXPECT_EQ(static_cast<UINT>(NIF_MESSAGE | NIF_ICON | NIF_TIP), m_shell->calls.back().uFlags);
+    EXPECT_EQ(63u, Logged("dwMsg=0 bActive=0"));
+    EXPECT_EQ(ParkedTrayWindow::kNone, m_tray->Take(WM_SHOW_ONE_TIME_AGENT_BALLON)) << "not the one-time agent";
+}
+
+// An icon the shell still holds (an agent before us, a lost answer) refuses the add for good.
+TEST_F(TrayWindow, AnAddRefusedBecauseTheIconIsThereModifiesItInstead)
+{
+    m_shell->icons[KV_TRAY_ICON_ID] = FakeShell::Icon();
+    m_icon->Update(In());
+    ASSERT_TRUE(Held());
+    EXPECT_EQ(L"Vexa", HeldIcon().tip);
+    EXPECT_EQ(WM_KV_TRAY_CALLBACK, HeldIcon().uCallbackMessage);
+    EXPECT_EQ(1u, Logged("The shell already held the tray icon; it was modified instead."));
+    EXPECT_FALSE(RetryTimerSet());
+    EXPECT_EQ(0u, Logged("Adding the tray icon failed, attempt 1; next try in 1000 ms."));
+    m_icon->Update(In());
+    EXPECT_EQ(static_cast<DWORD>(NIM_MODIFY), m_shell->calls.back().dwMessage) << "held from now on";
+}
+
+TEST_F(TrayWindow, BalloonsFollowThePolicyAndAreCut)
+{
+    m_icon->Update(In());
+    CTrayIcon plain;
+    plain.Create(m_hWnd, false);
+    const size_t nCalls = m_shell->calls.size();
+    EXPECT_EQ(1, m_icon->ShowBalloon(L"hidden", 0));
+    EXPECT_EQ(0, plain.ShowBalloon(L"no balloons here", 1));
+    EXPECT_EQ(0, m_icon->ShowBalloon(nullptr, 1));
+    EXPECT_EQ(nCalls, m_shell->calls.size()) << "nothing reaches the shell";
+    EXPECT_EQ(3u, m_log.Count("DEBUG", "KVNXSTWindow", "ShowTrayBalloon"));
+
+    EXPECT_EQ(1, m_icon->ShowBalloon(std::wstring(300, L'b').c_str(), 1));
+    const FakeShell::Call& balloon = m_shell->calls.back();
+    EXPECT_EQ(static_cast<UINT>(NIF_INFO | NIF_REALTIME), balloon.uFlags);
+    EXPECT_EQ(std::wstring(255, L'b'), balloon.info);
+    EXPECT_EQ(L"Kestrova Vexa Remote Control", balloon.infoTitle);
+    EXPECT_EQ(static_cast<DWORD>(NIIF_INFO), balloon.dwInfoFlags);
+
+    // A reconfiguration shows in the tooltip, and as a balloon whose icon says how it stands.
+    KvReconfigureNote note;
+    wcscpy(note.szText, L"Reconfiguring");
+    for (const auto& [dwState, dwInfoFlags] : {std::pair<DWORD, DWORD>{0, NIIF_WARNING}, {1, NIIF_INFO}, {7, NIIF_ERROR}})
+    {
+        note.dwState = dwState;
+        EXPECT_EQ(1, m_icon->ShowReconfiguring(note));
+        EXPECT_EQ(L"Reconfiguring", m_shell->calls.back().info);
+        EXPECT_EQ(dwInfoFlags, m_shell->calls.back().dwInfoFlags) << dwState;
+        EXPECT_EQ(L"Reconfiguring", HeldIcon().tip);
+    }
+    EXPECT_EQ(1, plain.ShowReconfiguring(note));
+    EXPECT_EQ(static_cast<UINT>(NIF_TIP), m_shell->calls.back().uFlags);
+}
+
+// The connection thread changes the icon and shows the service's texts through the window: every
+// call reaches the shell from the window's thread, with the text copied before the caller's is gone.
+TEST_F(TrayWindow, OtherThreadsReachTheShellOnlyThroughTheWindowsThread)
+{
+    IKvTrayLink& link = *m_tray->window;
+    std::atomic<bool> bDone{false};
+    std::thread connection(
+        [&]
+        {
+            link.StoreSettings(m_settings);
+            link.SetIconSelector(2);
+            const std::wstring text(L"Reconfiguring");
+            link.ShowReconfiguring(0, text.c_str());
+            bDone = true;
+        });
+    ParkedTrayWindow::Pump(5000, [&] { return bDone && m_shell->calls.size() >= 2; });
+    connection.join();
+    ASSERT_TRUE(Held());
+    EXPECT_EQ(L"Reconfiguring", HeldIcon().tip);
+    EXPECT_EQ(L"Reconfiguring", m_shell->calls.back().info);
+    for (const FakeShell::Call& call : m_shell->calls)
+        EXPECT_FALSE(call.bFromOtherThread) << "call " << call.dwMessage;
+
+    // The shell starts again without the icon and says so.
+    m_shell->Restart();
+    EXPECT_EQ(1, SendMessageW(m_hWnd, RegisterWindowMessageW(L"TaskbarCreated"), 0, 0));
+    EXPECT_TRUE(Held());
+}
+
+TEST_F(TrayWindow, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForTheSystemOrAQuietService)
 {
     const struct
     {
@@ -118,6 +251,17 @@ TEST_F(Notice, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForThe
         {"quiet but another idle icon", 1, L"alice", 1, 2, TRUE, L"WindowsLogon", 0},
         {"viewer list", 3, L"alice", 0, 1, TRUE, nullptr, 0},
     };
+    KvSystemApi api = KvDefaultSystemApi();
+    api.pfnGetUserNameW = [](LPWSTR lpBuffer, LPDWORD pcch) -> BOOL
+    { return wcsncpy_s(lpBuffer, *pcch, g_sound.user.c_str(), _TRUNCATE), TRUE; };
+    api.pfnPlaySoundW = [](LPCWSTR pszSound, HMODULE, DWORD fdwSound) -> BOOL
+    {
+        g_sound.played.push_back(pszSound);
+        g_sound.flags.push_back(fdwSound);
+        return g_sound.bPlayResult;
+    };
+    api.pfnMessageBeep = [](UINT) -> BOOL { return ++g_sound.nBeeps, TRUE; };
+    KvScopedSystemApi scoped(api);
     for (const auto& c : cases)
     {
         g_sound = SoundCalls();
@@ -138,7 +282,7 @@ TEST_F(Notice, SoundIsTheLogonOrLogoffAliasABeepWhenItCannotPlayAndNothingForThe
     }
 }
 
-TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
+TEST_F(TrayWindow, TimerAndCloseBoxCloseItUnlessItMustStay)
 {
     const struct
     {
@@ -166,7 +310,7 @@ TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
             SendMessageW(hNotice, uMsg, uMsg == WM_TIMER ? 222 : 0, 0);
             EXPECT_EQ(c.bStays, IsWindow(hNotice) != FALSE)
                 << c.szCase << (uMsg == WM_TIMER ? " (timer)" : " (close)");
-            EXPECT_EQ(c.bStays ? hNotice : nullptr, m_window->NoticeWindow()) << c.szCase;
+            EXPECT_EQ(c.bStays ? hNotice : nullptr, m_tray->window->NoticeWindow()) << c.szCase;
         }
 
     // Display time 0: no timer at all; otherwise the display time's period.
@@ -177,4 +321,41 @@ TEST_F(Notice, TimerAndCloseBoxCloseItUnlessItMustStay)
         const HWND hNotice = Open(2);
         EXPECT_EQ(dwSeconds != 0, KillTimer(hNotice, 222) != FALSE) << "display time " << dwSeconds;
     }
+}
+
+TEST(DesktopUserInformation, ReportsTheInputDesktopAndTheScreenSaver)
+{
+    static const wchar_t* s_szDesktop = nullptr; // null: the input desktop cannot be opened
+    static BOOL s_bScreenSaver = FALSE;
+    KvSystemApi api = KvDefaultSystemApi();
+    api.pfnGetInputDesktopName = [](wchar_t* szName, DWORD cchName) -> BOOL
+    { return s_szDesktop != nullptr && wcsncpy_s(szName, cchName, s_szDesktop, _TRUNCATE) != EINVAL; };
+    api.pfnGetScreenSaverRunning = [](BOOL* pbRunning) -> BOOL { return *pbRunning = s_bScreenSaver, TRUE; };
+    KvScopedSystemApi scoped(api);
+    const std::wstring longName(300, L'd');
+    const struct
+    {
+        const wchar_t* szDesktop;
+        BOOL bScreenSaver;
+        std::uint32_t dwState;
+        std::wstring name;
+    } cases[] = {
+        {L"Default", TRUE, KV_DESKTOP_OPENED | KV_DESKTOP_SCREEN_SAVER, L"Default"},
+        {L"Screen-saver", FALSE, KV_DESKTOP_OPENED | KV_DESKTOP_SCREEN_SAVER, L"Screen-saver"},
+        {nullptr, FALSE, KV_DESKTOP_NOT_OPENED, L""},
+        {longName.c_str(), FALSE, KV_DESKTOP_OPENED, longName.substr(0, 259)},
+    };
+    wcsncpy(g_szUserName, L"alice", MAX_PATH);
+    for (const auto& c : cases)
+    {
+        s_szDesktop = c.szDesktop;
+        s_bScreenSaver = c.bScreenSaver;
+        MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
+        std::memset(&info, 0xAB, sizeof info);
+        GetDesktopUserInformation(&info);
+        EXPECT_EQ(c.dwState, info.dwState) << c.name.size();
+        EXPECT_EQ(c.name, std::wstring(KvWide(info.szDesktopName)));
+        EXPECT_EQ(std::wstring(L"alice"), KvWide(info.szUserName));
+    }
+    g_szUserName[0] = L'\0';
 }
