@@ -9,6 +9,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <memory>
 
 namespace kvtest
@@ -31,10 +32,7 @@ public:
         if (IsWindow(window->Window()))
             DestroyWindow(window->Window());
         window.reset();
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-        {
-        }
+        Pump(0);
         FreeLibrary(g_hResInstance);
         g_hResInstance = nullptr;
     }
@@ -44,30 +42,24 @@ public:
     bool Ready() const { return g_hResInstance != nullptr && window->Window() != nullptr; }
 
     static constexpr WPARAM kNone = static_cast<WPARAM>(-1);
-    // Takes a posted uMsg from the window's queue, waiting up to ms: its wParam, or kNone.
-    WPARAM Take(UINT uMsg, DWORD ms = 0) const
+    // Takes a posted uMsg from the window's queue: its wParam, or kNone.
+    WPARAM Take(UINT uMsg) const
     {
         MSG msg;
-        for (const ULONGLONG end = GetTickCount64() + ms;; Sleep(20))
-        {
-            if (PeekMessageW(&msg, window->Window(), uMsg, uMsg, PM_REMOVE))
-                return msg.wParam;
-            if (GetTickCount64() >= end)
-                return kNone;
-        }
+        return PeekMessageW(&msg, window->Window(), uMsg, uMsg, PM_REMOVE) ? msg.wParam : kNone;
     }
 
-    // Runs the window's messages for ms, or until done holds.
-    template <typename Done> static void Pump(DWORD ms, Done done)
+    // Runs this thread's messages for ms, or until done holds.
+    static void Pump(DWORD ms, const std::function<bool()>& done = [] { return false; })
     {
         MSG msg;
-        for (const ULONGLONG end = GetTickCount64() + ms; !done() && GetTickCount64() < end; Sleep(10))
+        for (const ULONGLONG end = GetTickCount64() + ms; !done(); Sleep(10))
+        {
             while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
                 DispatchMessageW(&msg);
-    }
-    static void Pump(DWORD ms)
-    {
-        Pump(ms, [] { return false; });
+            if (GetTickCount64() >= end)
+                return;
+        }
     }
 
     std::unique_ptr<CTaskBarWindow> window;
