@@ -633,8 +633,8 @@ void CServiceLink::ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec)
     const KvReverseReport report = KvComposeReverseReport(in);
 
     // Cut as the message box's buffer always cut it.
-    const std::wstring text =
-        std::wstring(reinterpret_cast<const wchar_t*>(report.text.data()), report.text.size()).substr(0, 4095);
+    const std::wstring text(reinterpret_cast<const wchar_t*>(report.text.data()),
+                            std::min<std::size_t>(report.text.size(), 4095));
     LOG4CXX_INFO(logger, L"Reverse connection report: " << text);
     m_window.StoreReport(LoadResourceString(IDS_APP_CAPTION).substr(0, 4095), text, report.bPost);
 }

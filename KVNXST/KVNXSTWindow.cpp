@@ -71,9 +71,9 @@ HWND KvCreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam
 }
 
 CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
-    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_nMode(1), m_szLanguage(), m_bClosing(0),
-      m_uiPort(uiPort), m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_hMenu(nullptr), m_Settings(),
-      m_ConnectInfo(), m_NotifyAll(), m_AboutInfo(), m_nConnections(0), m_uTrayIconSelector(1), m_bReplyReceived(0),
+    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_nMode(1), m_szLanguage(), m_bClosing(0), m_uiPort(uiPort),
+      m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_hMenu(nullptr), m_Settings(), m_ConnectInfo(),
+      m_NotifyAll(), m_AboutInfo(), m_nConnections(0), m_uTrayIconSelector(1), m_bReplyReceived(0),
       m_reverse(*this)
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::CTaskBarWindow");
@@ -154,7 +154,8 @@ void CTaskBarWindow::OnInit()
     KvLogBlock logBlock(logger, L"CTaskBarWindow::OnInit");
 
     unsigned int uThreadId = 0;
-    const uintptr_t hStarted = _beginthreadex(nullptr, 0, ConnectionInfo, static_cast<IKvTrayLink*>(this), CREATE_SUSPENDED, &uThreadId);
+    const uintptr_t hStarted = _beginthreadex(nullptr, 0, ConnectionInfo, static_cast<IKvTrayLink*>(this),
+                                              CREATE_SUSPENDED, &uThreadId);
     if (hStarted == 0)
         LOG4CXX_ERROR(logger, L"Cannot start the connection thread. errno = " << errno);
     else

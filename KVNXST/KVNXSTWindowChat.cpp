@@ -15,7 +15,8 @@ void CChatWindow::Open()
 void CChatWindow::ShowMessage(const MSG_CHAT_MESSAGE& message)
 {
     KvLogBlock logBlock(logger, L"CChatWindow::ShowMessage");
-    LOG4CXX_WARN(logger, L"Chat is not built yet: a message of " << message.dwMessageLength << L" bytes not shown.");
+    LOG4CXX_WARN(logger,
+                 L"Chat is not built yet: a message of " << message.dwMessageLength << L" bytes not shown.");
 }
 
 void CChatWindow::Close()

@@ -24,7 +24,8 @@ void CReverseConnect::ConnectToClient(HWND hOwner, std::uint32_t uConnectOption,
     auto request = std::make_unique<MSG_REVERSE_CONNECTION>();
     KvZero(*request);
     request->uConnectOption = uConnectOption;
-    if (KvShowDialog(hOwner, IDD_CONNECT_TO_CLIENT, ::ConnectToClient, reinterpret_cast<LPARAM>(request.get())) != 1)
+    if (KvShowDialog(hOwner, IDD_CONNECT_TO_CLIENT, ::ConnectToClient,
+                     reinterpret_cast<LPARAM>(request.get())) != 1)
         return;
     request->dwType = MSG_TYPE_REVERSE_CONNECTION;
     if (m_link.SendToService(request.get(), sizeof *request))
@@ -62,7 +63,8 @@ void CReverseConnect::JoinSession(HWND hOwner, std::uint32_t uConnectOption)
     }
     if ((IsOtiSessionInProgress() || IsLocalSessionInProgress()) &&
         TimedMessageBox(g_hResInstance, nullptr, IDS_CONFIRM_SIMULTANEOUS, IDS_APP_CAPTION,
-                        MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2 | MB_TOPMOST, KV_QUESTION_TIMEOUT_MS) != IDYES)
+                        MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2 | MB_TOPMOST,
+                        KV_QUESTION_TIMEOUT_MS) != IDYES)
         return;
     if (m_link.SendToService(request.get(), sizeof *request))
         m_bActive = true;

@@ -184,8 +184,8 @@ void CTrayIcon::Add(const KvTrayInputs& in)
     }
     ++m_nRetries;
     const unsigned int uPeriod = KvTrayRetryPeriod(m_nRetries);
-    LOG4CXX_INFO(logger, L"Adding the tray icon failed, attempt " << m_nRetries << L"; next try in " << uPeriod
-                                                                  << L" ms.");
+    LOG4CXX_INFO(logger, L"Adding the tray icon failed, attempt " << m_nRetries << L"; next try in "
+                                                                  << uPeriod << L" ms.");
     m_uRetryTimer = SetTimer(m_hWnd, KV_TIMER_TRAY_RETRY, uPeriod, nullptr);
 }
 
@@ -278,5 +278,6 @@ int CTrayIcon::ShowReconfiguring(const KvReconfigureNote& note)
 bool CTrayIcon::IsMenuClick(WPARAM wParam, LPARAM lParam) const
 {
     const UINT uMouse = static_cast<UINT>(lParam);
-    return LOWORD(wParam) == m_uId && (uMouse == WM_RBUTTONUP || uMouse == WM_CONTEXTMENU || uMouse == WM_LBUTTONDOWN);
+    return LOWORD(wParam) == m_uId &&
+           (uMouse == WM_RBUTTONUP || uMouse == WM_CONTEXTMENU || uMouse == WM_LBUTTONDOWN);
 }

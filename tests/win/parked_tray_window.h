@@ -50,7 +50,8 @@ public:
     }
 
     // Runs this thread's messages for ms, or until done holds.
-    static void Pump(DWORD ms, const std::function<bool()>& done = [] { return false; })
+    static void Pump(
+        DWORD ms, const std::function<bool()>& done = [] { return false; })
     {
         MSG msg;
         for (const ULONGLONG end = GetTickCount64() + ms; !done(); Sleep(10))

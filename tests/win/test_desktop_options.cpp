@@ -237,8 +237,8 @@ TEST_F(DesktopOptions, AKilledAgentsOptionsComeBackWhenTheNextAgentStarts)
     si.cb = sizeof si;
     PROCESS_INFORMATION pi = {};
     wchar_t szLine[] = L"cmd.exe /c exit";
-    ASSERT_TRUE(
-        CreateProcessW(nullptr, szLine, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &si, &pi));
+    ASSERT_TRUE(CreateProcessW(nullptr, szLine, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr,
+                               &si, &pi));
     WaitForSingleObject(pi.hProcess, INFINITE);
     CloseHandle(pi.hThread);
     CloseHandle(pi.hProcess);

@@ -125,8 +125,8 @@ protected:
     {
         SetEvent(g_hStopEvent);
         EXPECT_TRUE(Ended());
-        for (HANDLE h : {m_hThreads[0], m_hThreads[1], m_window.hSession, m_window.hConnection, m_hSwitch,
-                         g_hStopEvent})
+        for (HANDLE h :
+             {m_hThreads[0], m_hThreads[1], m_window.hSession, m_window.hConnection, m_hSwitch, g_hStopEvent})
             CloseHandle(h);
         g_hStopEvent = nullptr;
     }
@@ -181,43 +181,19 @@ const KvEventLogApi kFakeEventLog = {
         return TRUE;
     }};
 
-class ConnectionStart : public ::testing::Test
-{
-protected:
-    ConnectionStart() { KvSetEventLogApi(&kFakeEventLog); }
-    ~ConnectionStart() override
-    {
-        KvSetEventLogApi(nullptr);
-        g_events.clear();
-    }
-
-    // Runs the connection thread to its end; false when it outlived dwMs.
-    bool RunToEnd(kvtest::ParkedTrayWindow& tray, DWORD dwMs = 30000)
-    {
-        HANDLE hThread = StartThread(ConnectionInfo, static_cast<IKvTrayLink*>(tray.window.get()));
-        const bool bEnded = WaitForSingleObject(hThread, dwMs) == WAIT_OBJECT_0;
-        CloseHandle(hThread);
-        return bEnded;
-    }
-
-    // The stand-in service "kvnxsv": 0 absent, 1 installed, 2 running.
-    void ArrangeService(int nState)
-    {
-        m_service.Remove();
-        ASSERT_TRUE(nState < 1 || m_service.Install()) << GetLastError();
-        ASSERT_TRUE(nState < 2 || m_service.Start()) << GetLastError();
-    }
-
-    kvtest::StandInService m_service;
-};
-
 // Nobody on the port and no answer to the port query: one event says why, and the agent closes.
-TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
+TEST(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
 {
+    KvSetEventLogApi(&kFakeEventLog);
+    struct Restore
+    {
+        ~Restore() { KvSetEventLogApi(nullptr); }
+    } restore;
+    kvtest::StandInService service; // "kvnxsv"
     const struct
     {
         const char* name;
-        int nServiceState;
+        int nServiceState; // 0 absent, 1 installed, 2 running
         WORD wType;
         UINT uString;
         const wchar_t* szDetail; // follows the string
@@ -229,10 +205,14 @@ TEST_F(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
     };
     for (const auto& c : cases)
     {
-        ArrangeService(c.nServiceState);
+        service.Remove();
+        ASSERT_TRUE(c.nServiceState < 1 || service.Install()) << GetLastError();
+        ASSERT_TRUE(c.nServiceState < 2 || service.Start()) << GetLastError();
         g_events.clear();
         kvtest::ParkedTrayWindow tray(ClosedPort());
-        ASSERT_TRUE(RunToEnd(tray)) << c.name;
+        HANDLE hThread = StartThread(ConnectionInfo, static_cast<IKvTrayLink*>(tray.window.get()));
+        ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hThread, 30000)) << c.name;
+        CloseHandle(hThread);
         EXPECT_NE(kvtest::ParkedTrayWindow::kNone, tray.Take(WM_KV_QUIT)) << c.name;
         ASSERT_EQ(1u, g_events.size()) << c.name;
         EXPECT_EQ(c.wType, g_events[0].first) << c.name;

@@ -104,7 +104,8 @@ protected:
         w.StoreConnectInfo(m_info);
         w.StoreSettings(m_settings);
         void (CTaskBarWindow::*const open[])() = {nullptr, &CTaskBarWindow::NotifyConnect,
-                                                  &CTaskBarWindow::NotifyDisconnect, &CTaskBarWindow::NotifyAll};
+                                                  &CTaskBarWindow::NotifyDisconnect,
+                                                  &CTaskBarWindow::NotifyAll};
         (w.*open[nKind])();
         ParkedTrayWindow::Pump(300);
         EXPECT_EQ(nKind, w.NoticeKind());
@@ -153,7 +154,8 @@ TEST_F(TrayWindow, ARefusedAddIsRetriedOnItsTimerAndAnIconAlreadyThereIsModified
     EXPECT_EQ(63u, Logged("dwMsg=0 bActive=0"));
     m_icon->Update(In());
     EXPECT_EQ(static_cast<DWORD>(NIM_MODIFY), m_shell->calls.back().dwMessage) << "held from now on";
-    EXPECT_EQ(ParkedTrayWindow::kNone, m_tray->Take(WM_SHOW_ONE_TIME_AGENT_BALLON)) << "not the one-time agent";
+    EXPECT_EQ(ParkedTrayWindow::kNone, m_tray->Take(WM_SHOW_ONE_TIME_AGENT_BALLON))
+        << "not the one-time agent";
 }
 
 TEST_F(TrayWindow, BalloonsFollowThePolicyAndAreCut)
@@ -177,7 +179,8 @@ TEST_F(TrayWindow, BalloonsFollowThePolicyAndAreCut)
     // A reconfiguration shows in the tooltip, and as a balloon whose icon says how it stands.
     KvReconfigureNote note;
     wcscpy(note.szText, L"Reconfiguring");
-    for (const auto& [dwState, dwInfoFlags] : {std::pair<DWORD, DWORD>{0, NIIF_WARNING}, {1, NIIF_INFO}, {7, NIIF_ERROR}})
+    for (const auto& [dwState, dwInfoFlags] :
+         {std::pair<DWORD, DWORD>{0, NIIF_WARNING}, {1, NIIF_INFO}, {7, NIIF_ERROR}})
     {
         note.dwState = dwState;
         EXPECT_EQ(1, m_icon->ShowReconfiguring(note));
