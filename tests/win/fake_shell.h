@@ -28,9 +28,7 @@ public:
     {
         DWORD dwMessage = 0;
         HWND hWnd = nullptr;
-        UINT uID = 0;
-        UINT uFlags = 0;
-        UINT uCallbackMessage = 0;
+        UINT uID = 0, uFlags = 0, uCallbackMessage = 0;
         std::wstring tip, info, infoTitle;
         DWORD dwInfoFlags = 0;
         std::vector<std::uint8_t> iconBits; // mask bits, then colour bits; empty without an icon
@@ -65,7 +63,6 @@ public:
     FakeShell(const FakeShell&) = delete;
     FakeShell& operator=(const FakeShell&) = delete;
 
-    HWND Window() const { return m_hWnd; }
     // True when Shell_NotifyIconW would reach this window.
     bool InFront() const
     {
@@ -105,12 +102,9 @@ private:
     struct Record
     {
         LONG hWnd;
-        UINT uID;
-        UINT uFlags;
-        UINT uCallbackMessage;
+        UINT uID, uFlags, uCallbackMessage;
         WCHAR szTip[128];
-        DWORD dwState;
-        DWORD dwStateMask;
+        DWORD dwState, dwStateMask;
         WCHAR szInfo[256];
         UINT uTimeout;
         WCHAR szInfoTitle[64];

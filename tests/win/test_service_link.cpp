@@ -16,11 +16,10 @@
 
 #include <process.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstring>
+#include <chrono>
+#include <condition_variable>
 #include <cwchar>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -29,42 +28,15 @@
 namespace
 {
 
-const bool g_bWinsock = []
-{
-    WSADATA data;
-    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
-}();
-
 HANDLE StartThread(unsigned(__stdcall* pfn)(void*), void* pArg)
 {
     return reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, pfn, pArg, 0, nullptr));
-}
-
-// A port on which nobody listens: connecting is refused at once.
-unsigned short ClosedPort()
-{
-    const SOCKET h = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr = {};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    int cb = sizeof addr;
-    bind(h, reinterpret_cast<sockaddr*>(&addr), cb);
-    getsockname(h, reinterpret_cast<sockaddr*>(&addr), &cb);
-    closesocket(h);
-    return ntohs(addr.sin_port);
 }
 
 // --- The desktop-switch threads.
 
 std::atomic<const wchar_t*> g_szInputDesktop{L"Default"};
 
-BOOL FakeInputDesktopName(wchar_t* szName, DWORD cchName)
-{
-    const std::wstring name = g_szInputDesktop.load();
-    name.copy(szName, cchName - 1);
-    szName[std::min<size_t>(name.size(), cchName - 1)] = L'\0';
-    return TRUE;
-}
 
 // The tray window as the watchers see it: the handshake event, a stand-in for the connection
 // thread, the viewer count, and what they send and the timers they ask for.
@@ -75,6 +47,7 @@ struct WatchedWindow : IKvWatcherLink
         std::lock_guard<std::mutex> lock(mutex);
         const auto* words = static_cast<const std::uint32_t*>(pBuffer);
         sent.insert(sent.end(), words, words + nLength / 4);
+        changed.notify_all();
         return 1;
     }
     HANDLE SessionEvent() const override { return hSession; }
@@ -88,23 +61,17 @@ struct WatchedWindow : IKvWatcherLink
     // The words sent once at least nWords came or dwMs passed, and the timers asked for; both taken.
     std::pair<std::vector<std::uint32_t>, std::vector<UINT_PTR>> Take(size_t nWords, DWORD dwMs)
     {
-        for (const ULONGLONG end = GetTickCount64() + dwMs; Count() < nWords && GetTickCount64() < end;)
-            Sleep(20);
-        Sleep(200); // anything more that follows
-        std::lock_guard<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait_for(lock, std::chrono::milliseconds(dwMs), [&] { return sent.size() >= nWords; });
+        changed.wait_for(lock, std::chrono::milliseconds(200), [] { return false; }); // anything more
         return {std::move(sent), std::move(timers)};
-    }
-
-    size_t Count()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return sent.size();
     }
 
     HANDLE hSession = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE hConnection = CreateEventW(nullptr, TRUE, FALSE, nullptr); // the connection thread, running
     std::atomic<int> nConnections{0};
     std::mutex mutex;
+    std::condition_variable changed;
     std::vector<std::uint32_t> sent;
     std::vector<UINT_PTR> timers;
 };
@@ -114,7 +81,8 @@ class DesktopWatcher : public ::testing::Test
 protected:
     DesktopWatcher()
     {
-        m_api.pfnGetInputDesktopName = FakeInputDesktopName;
+        m_api.pfnGetInputDesktopName = [](wchar_t* szName, DWORD cchName) -> BOOL
+        { return wcsncpy_s(szName, cchName, g_szInputDesktop.load(), _TRUNCATE) != EINVAL; };
         g_szInputDesktop = L"Default";
         std::wmemcpy(g_szDesktopName, L"Agent", 6); // another desktop than the input one: state 7
         g_hStopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -209,7 +177,7 @@ TEST(ConnectionStart, GivingUpLeavesOneEventThatNamesTheServiceState)
         ASSERT_TRUE(c.nServiceState < 1 || service.Install()) << GetLastError();
         ASSERT_TRUE(c.nServiceState < 2 || service.Start()) << GetLastError();
         g_events.clear();
-        kvtest::ParkedTrayWindow tray(ClosedPort());
+        kvtest::ParkedTrayWindow tray; // nobody listens on its port 1
         HANDLE hThread = StartThread(ConnectionInfo, static_cast<IKvTrayLink*>(tray.window.get()));
         ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(hThread, 30000)) << c.name;
         CloseHandle(hThread);
