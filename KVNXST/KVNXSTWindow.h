@@ -1,8 +1,8 @@
 // CTaskBarWindow: the resident agent's one object. A hidden top-level window that holds the
 // agent's facilities (tray icon, notice, desktop options, file transfer, chat, outgoing
 // connections), the socket to the local service and the blocks the service sends, and dispatches
-// its messages to them. Worker threads reach it through IKvTrayLink only; only the window's own
-// thread runs WndProc.
+// its messages to them. Worker threads reach it through IKvTrayLink and IKvWatcherLink only; only
+// the window's own thread runs WndProc.
 #pragma once
 
 #include "DesktopOptions.h"
@@ -16,12 +16,10 @@
 #include "TrayWindowLink.h"
 
 #include <windows.h>
-#include <shellapi.h>
 
 #include <atomic>
 #include <cstdint>
 #include <string>
-
 
 // --- Private window messages of the tray window.
 constexpr UINT WM_KV_TRAY_CALLBACK = WM_USER + 1;        // the shell's tray callback
@@ -95,9 +93,6 @@ public:
     CTaskBarWindow(const CTaskBarWindow&) = delete;
     CTaskBarWindow& operator=(const CTaskBarWindow&) = delete;
 
-    // Starts the connection and desktop-switch threads.
-    void OnInit();
-
     static LRESULT CALLBACK WndProc(HWND hWnd, UINT uMsg, WPARAM wParam, LPARAM lParam);
     HWND Window() const { return m_hWnd; }
 
@@ -140,6 +135,8 @@ public:
 
 private:
     LRESULT HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam);
+    // Starts the connection and desktop-switch threads (WM_KV_START).
+    void OnInit();
     KvTrayInputs TrayInputs() const;
     void OnDestroy();
     void OnEndSession(WPARAM wParam);
