@@ -119,10 +119,8 @@ void SetVersionLine(HWND hDlg)
         LOG4CXX_INFO(logger, L"The version of " << KV_SERVICE_EXE << L" cannot be read.");
         return;
     }
-    wchar_t szFormat[KV_PATH_UNITS] = {};
-    LoadStringW(g_hResInstance, IDS_ABOUT_VERSION_FMT, szFormat, KV_PATH_UNITS);
     wchar_t szLine[1024] = {};
-    _snwprintf(szLine, 1023, szFormat, szVersion, KV_BITNESS);
+    _snwprintf(szLine, 1023, KvLoadText(IDS_ABOUT_VERSION_FMT).c_str(), szVersion, KV_BITNESS);
     wchar_t szCopyright[KV_PATH_UNITS] = {};
     if (GetModuleVersionString(L"LegalCopyright", szCopyright, KV_PATH_UNITS))
     {

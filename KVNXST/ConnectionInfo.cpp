@@ -1,13 +1,17 @@
 #include "ConnectionInfo.h"
 
 #include "KVNXST.h"
+#include "DesktopOptions.h"
 #include "KVNXSTWindow.h"
 #include "KvLogText.h"
 #include "KvLogging.h"
+#include "ResourceText.h"
 #include "KvRecordCodec.h"
 #include "KvServiceMessages.h"
 #include "KvSocket.h"
 #include "ReverseConnectionReport.h"
+#include "SFT_DropWindow.h"
+#include "TrayWindowLink.h"
 #include "UtilFile.h"
 #include "UtilLog.h"
 #include "UtilService.h"
@@ -17,7 +21,6 @@
 #include <process.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <cwchar>
 #include <memory>
@@ -74,19 +77,6 @@ template <std::size_t N> void TerminateField(char16_t (&s)[N], const wchar_t* sz
     LOG4CXX_WARN(logger, szField << L" has no terminator; cut to " << (N - 1) << L" units.");
 }
 
-// The whole string of the resource library, however long.
-std::wstring LoadResourceString(UINT uId)
-{
-    const wchar_t* p = nullptr;
-    const int cch = LoadStringW(g_hResInstance, uId, reinterpret_cast<LPWSTR>(&p), 0);
-    if (cch <= 0 || p == nullptr)
-    {
-        LOG4CXX_WARN(logger, L"String " << uId << L" not found in the resource library.");
-        return std::wstring();
-    }
-    return std::wstring(p, static_cast<std::size_t>(cch));
-}
-
 // The system's text for an error code, at most cchMax - 1 units, without the trailing line break.
 std::wstring SystemMessage(DWORD dwCode, DWORD cchMax)
 {
@@ -103,8 +93,8 @@ std::wstring SystemMessage(DWORD dwCode, DWORD cchMax)
 class CServiceLink
 {
 public:
-    CServiceLink(CTaskBarWindow* pWindow, std::uint8_t* pBuffer)
-        : m_pWindow(pWindow), m_pSocket(pWindow->m_pSocket), m_pBuffer(pBuffer)
+    CServiceLink(IKvTrayLink& window, std::uint8_t* pBuffer)
+        : m_window(window), m_pSocket(&window.Socket()), m_pBuffer(pBuffer)
     {
     }
 
@@ -126,8 +116,6 @@ private:
     template <typename T> bool Send(const T& record) { return SendBytes(&record, sizeof record); }
     bool SendBytes(const void* pRecord, std::size_t cb);
     bool SendUserInformation();
-    void SetIconSelector(std::uint32_t uSelector);
-    void MarkDataChanged();
     MSG_TRAYICON_CONNECT_INFO* TakeConnectInfo();
     MSG_TRAYICON_SETTINGS* TakeSettings();
     void NotifyDialog(UINT uMsg, std::uint32_t dwKind, const wchar_t* szWhat,
@@ -153,14 +141,17 @@ private:
     bool OnChatOpen();
     bool OnChatMessage();
 
-    CTaskBarWindow* const m_pWindow;
+    IKvTrayLink& m_window;
     CKvSocket* const m_pSocket;
     std::uint8_t* const m_pBuffer;
+    // Connect notices are acknowledged at once until the first settings came.
+    bool m_bAcknowledgeConnect = true;
+    std::uint32_t m_dwIdleTrayIcon = 0; // the last settings' idle icon selector
 };
 
 bool CServiceLink::SendBytes(const void* pRecord, std::size_t cb)
 {
-    if (m_pWindow->SendToService(pRecord, static_cast<int>(cb)))
+    if (m_window.SendToService(pRecord, static_cast<int>(cb)))
         return true;
     LOG4CXX_INFO(logger, L"Sending a record of " << cb << L" bytes failed. Error = " << WSAGetLastError());
     return false;
@@ -169,8 +160,8 @@ bool CServiceLink::SendBytes(const void* pRecord, std::size_t cb)
 bool CServiceLink::Connect()
 {
     KvLogBlock logBlock(logger, L"CServiceLink::Connect");
-    if (m_pWindow->m_uiPort == 0)
-        m_pWindow->m_uiPort = KV_DEFAULT_SERVICE_PORT;
+    if (m_window.Port() == 0)
+        m_window.SetPort(KV_DEFAULT_SERVICE_PORT);
     // Before the first connection there is no handle yet, so this changes nothing; kept so the
     // attempts behave the same whatever the socket held before.
     m_pSocket->SetTimeouts(KV_CONNECT_TIMEOUT_MS);
@@ -185,20 +176,20 @@ bool CServiceLink::Connect()
             else
                 Sleep(KV_CONNECT_RETRY_MS);
         }
-        if (m_pWindow->m_bClosing)
+        if (m_window.Closing())
             return false;
-        LOG4CXX_INFO(logger, L"Connecting to the service on port " << m_pWindow->m_uiPort.load());
-        if (m_pSocket->Connect(KV_SERVICE_HOST, m_pWindow->m_uiPort, SOCK_STREAM, 0))
+        LOG4CXX_INFO(logger, L"Connecting to the service on port " << m_window.Port());
+        if (m_pSocket->Connect(KV_SERVICE_HOST, m_window.Port(), SOCK_STREAM, 0))
             return true;
     }
 
     const DWORD dwConnectError = GetLastError();
-    LOG4CXX_INFO(logger, L"The service did not answer on port " << m_pWindow->m_uiPort.load() << L". Error = "
+    LOG4CXX_INFO(logger, L"The service did not answer on port " << m_window.Port() << L". Error = "
                                                                 << dwConnectError);
     unsigned int uiPort = 0;
-    if (!m_pWindow->m_bClosing && GetPortNumberViaUDP(&uiPort))
+    if (!m_window.Closing() && GetPortNumberViaUDP(&uiPort))
     {
-        m_pWindow->m_uiPort = uiPort;
+        m_window.SetPort(uiPort);
         LOG4CXX_INFO(logger, L"Connecting to the service on its announced port " << uiPort);
         if (m_pSocket->Connect(KV_SERVICE_HOST, uiPort, SOCK_STREAM, 0))
             return true;
@@ -212,15 +203,15 @@ void CServiceLink::ReportConnectFailure(DWORD dwConnectError)
     KvLogBlock logBlock(logger, L"CServiceLink::ReportConnectFailure");
     if (!IsServiceInstalled())
     {
-        LogInformationMsg(LoadResourceString(IDS_EVENT_SERVICE_NOT_INSTALLED).c_str());
+        LogInformationMsg(KvLoadText(IDS_EVENT_SERVICE_NOT_INSTALLED).c_str());
     }
     else if (!IsServiceRunning())
     {
-        LogInformationMsg(LoadResourceString(IDS_EVENT_SERVICE_NOT_RUNNING).c_str());
+        LogInformationMsg(KvLoadText(IDS_EVENT_SERVICE_NOT_RUNNING).c_str());
     }
     else
     {
-        const std::wstring text = LoadResourceString(IDS_EVENT_CONNECT_FAILED) + L"\r\n" +
+        const std::wstring text = KvLoadText(IDS_EVENT_CONNECT_FAILED) + L"\r\n" +
                                   SystemMessage(dwConnectError, KV_EVENT_SYSTEM_TEXT_UNITS);
         // The code of the failed attempts: the service queries since have overwritten the last error.
         LogErrorMsg(text.c_str(), dwConnectError);
@@ -234,7 +225,7 @@ void CServiceLink::ReadLoop()
     LOG4CXX_INFO(logger, L"Waiting for a message from the socket.");
     for (;;)
     {
-        if (m_pWindow->m_bClosing)
+        if (m_window.Closing())
             return;
         if (!m_pSocket->ReadExact(m_pBuffer, 4))
         {
@@ -260,7 +251,7 @@ bool CServiceLink::Dispatch(std::uint32_t dwType)
         dwType != MSG_TYPE_CHAT_MESSAGE)
         LOG4CXX_INFO(logger, KvWidenName(KvMessageName(dwType)));
 
-    CTaskBarWindow& w = *m_pWindow;
+    IKvTrayLink& w = m_window;
     switch (dwType)
     {
     case MSG_TYPE_VERSION:
@@ -294,7 +285,7 @@ bool CServiceLink::Dispatch(std::uint32_t dwType)
     {
         auto* rec = Read<MSG_TRAYICON_SFT_DROP_CLIENT>();
         if (rec != nullptr)
-            w.SFT_AddDropWindow(rec);
+            w.FileTransfer().AddDropWindow(*rec);
         return rec != nullptr;
     }
     case MSG_TYPE_TRAYICON_SFT_INIT_TEMP:
@@ -303,13 +294,13 @@ bool CServiceLink::Dispatch(std::uint32_t dwType)
     {
         const auto* rec = Read<MSG_TRAYICON_SFT_DELETE_TEMP>();
         if (rec != nullptr)
-            w.SFT_DeleteTempFile(rec->dwTempFile);
+            w.FileTransfer().DeleteTempFile(rec->dwTempFile);
         return rec != nullptr;
     }
     case MSG_TYPE_TRAYICON_SETTINGS_DIALOG:
         if (Read<MSG_TRAYICON_SETTINGS_DIALOG>() == nullptr)
             return false;
-        SetTimer(w.m_hWnd, KV_TIMER_SETTINGS_DIALOG, KV_SETTINGS_DIALOG_DELAY_MS, nullptr);
+        w.StartTimer(KV_TIMER_SETTINGS_DIALOG, KV_SETTINGS_DIALOG_DELAY_MS);
         return true;
     case MSG_TYPE_TRAYICON_SERVER_RECONFIGURE:
         return OnServerReconfigure();
@@ -329,7 +320,7 @@ bool CServiceLink::Dispatch(std::uint32_t dwType)
     case MSG_TYPE_CHAT_MESSAGE:
         return OnChatMessage();
     case MSG_TYPE_TRAYICON_CHAT_CLOSE:
-        SendMessageW(w.m_hWnd, WM_CHAT_CLOSE, 0, 0);
+        w.Send(WM_CHAT_CLOSE);
         return true;
     case MSG_TYPE_EXIT_READ_FIX_BLOCKINGMODE:
         // Only wakes the read; the next turn sees the stop flag if the window is closing.
@@ -352,8 +343,8 @@ bool CServiceLink::OnVersion()
         return false;
     Sleep(0);
     // The desktop watcher reports the desktop's state as soon as the service can take it.
-    if (m_pWindow->m_hSessionEvent != nullptr)
-        SetEvent(m_pWindow->m_hSessionEvent);
+    if (m_window.SessionEvent() != nullptr)
+        SetEvent(m_window.SessionEvent());
     return true;
 }
 
@@ -375,14 +366,14 @@ bool CServiceLink::OnInit()
                                               << rec->dwOneTimeSession << L" text units=" << cchText);
 
     if (rec->dwDesktopEffects > 1)
-        m_pWindow->SetDesktopOptions(static_cast<int>(rec->dwDesktopEffects));
+        m_window.DesktopOptions().Set(static_cast<int>(rec->dwDesktopEffects));
     if (!Send(KvBuildDesktopEffectsAck(0)))
         return false;
     CheckDesktopState();
     KvBuildInitAnswer(*rec, GetSessionID(), static_cast<std::uint32_t>(g_nDesktopState));
     if (!Send(*rec))
         return false;
-    SetTimer(m_pWindow->m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_INIT_MS, nullptr);
+    m_window.StartTimer(KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_INIT_MS);
     return true;
 }
 
@@ -390,25 +381,12 @@ bool CServiceLink::OnExit()
 {
     if (Read<MSG_TRAYICON_EXIT>() == nullptr)
         return false;
-    m_pWindow->RetoreDesktopOptions();
+    m_window.DesktopOptions().Restore();
     m_pSocket->Shutdown();
     m_pSocket->Close();
-    PostMessageW(m_pWindow->m_hWnd, WM_CLOSE, 0, 0);
+    m_window.Post(WM_CLOSE);
     g_nExitCode = KV_EXIT_CODE_ENDED;
     return false;
-}
-
-void CServiceLink::SetIconSelector(std::uint32_t uSelector)
-{
-    m_pWindow->m_uTrayIconSelector = uSelector;
-    m_pWindow->SetTrayIcon();
-}
-
-void CServiceLink::MarkDataChanged()
-{
-    // The tray window waits on the reply flag after asking for settings or addresses.
-    m_pWindow->m_bDataChanged = 1;
-    m_pWindow->m_bReplyReceived = 1;
 }
 
 MSG_TRAYICON_CONNECT_INFO* CServiceLink::TakeConnectInfo()
@@ -419,8 +397,7 @@ MSG_TRAYICON_CONNECT_INFO* CServiceLink::TakeConnectInfo()
     TerminateField(rec->szUsername, L"MSG_TRAYICON_CONNECT_INFO.szUsername");
     TerminateField(rec->szSecondLine, L"MSG_TRAYICON_CONNECT_INFO.szSecondLine");
     TerminateField(rec->szThirdLine, L"MSG_TRAYICON_CONNECT_INFO.szThirdLine");
-    std::memcpy(&m_pWindow->m_ConnectInfo, rec, sizeof *rec);
-    m_pWindow->m_nConnections = static_cast<int>(std::min<std::uint32_t>(rec->dwConnections, INT_MAX));
+    m_window.StoreConnectInfo(*rec);
     LOG4CXX_INFO(logger, L"dwConnections=" << rec->dwConnections << L" dwTrayIcon=" << rec->dwTrayIcon
                                            << L" dwViewerId=" << rec->dwViewerId);
     return rec;
@@ -438,7 +415,8 @@ MSG_TRAYICON_SETTINGS* CServiceLink::TakeSettings()
     for (auto& szAbout : rec->szAboutText)
         TerminateField(szAbout, L"MSG_TRAYICON_SETTINGS.szAboutText");
     TerminateField(rec->szLanguage, L"MSG_TRAYICON_SETTINGS.szLanguage");
-    std::memcpy(&m_pWindow->m_Settings, rec, sizeof *rec);
+    m_window.StoreSettings(*rec);
+    m_dwIdleTrayIcon = rec->dwIdleTrayIcon;
     return rec;
 }
 
@@ -447,7 +425,7 @@ bool CServiceLink::OnConnectCount()
     const auto* rec = TakeConnectInfo();
     if (rec == nullptr)
         return false;
-    SetIconSelector(rec->dwConnections != 0 ? rec->dwTrayIcon : m_pWindow->m_Settings.dwIdleTrayIcon);
+    m_window.SetIconSelector(rec->dwConnections != 0 ? rec->dwTrayIcon : m_dwIdleTrayIcon);
     return true;
 }
 
@@ -457,14 +435,15 @@ bool CServiceLink::OnSettings(bool bFirst)
     if (rec == nullptr)
         return false;
     if (bFirst)
-        m_pWindow->m_bAcknowledgeConnect = 0;
-    MarkDataChanged();
-    SetIconSelector(rec->dwIdleTrayIcon);
+        m_bAcknowledgeConnect = false;
+    // The tray window waits for a reply after asking for settings or addresses.
+    m_window.ReplyReceived();
+    m_window.SetIconSelector(rec->dwIdleTrayIcon);
     if (!bFirst)
         return true;
     if (!SendUserInformation())
         return false;
-    SetTimer(m_pWindow->m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_SETTINGS_MS, nullptr);
+    m_window.StartTimer(KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_SETTINGS_MS);
     return true;
 }
 
@@ -472,7 +451,7 @@ bool CServiceLink::SendUserInformation()
 {
     MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
     KvZero(info);
-    m_pWindow->GetDesktopUserInformation(&info);
+    GetDesktopUserInformation(&info);
     info.dwType = MSG_TYPE_TRAYICON_DESKTOP_USER_INFORMATION;
     return Send(info);
 }
@@ -480,15 +459,12 @@ bool CServiceLink::SendUserInformation()
 void CServiceLink::NotifyDialog(UINT uMsg, std::uint32_t dwKind, const wchar_t* szWhat,
                                 const MSG_TRAYICON_CONNECT_INFO& info)
 {
-    HWND hDialog = m_pWindow->m_hNotifyDlg;
-    if (hDialog == nullptr || !IsWindow(hDialog))
-        return;
     KV_NOTIFY_RECORD record;
     std::memset(&record, 0, sizeof record);
     record.dwKind = dwKind;
     CopyInto(record.szText, Bounded(info.szUsername).substr(0, KV_NOTIFY_NAME_UNITS) + szWhat);
     record.dwConnections = info.dwConnections;
-    SendMessageW(hDialog, uMsg, reinterpret_cast<WPARAM>(&record), 0);
+    m_window.TellNotice(uMsg, record);
 }
 
 bool CServiceLink::OnConnectNotify()
@@ -496,19 +472,11 @@ bool CServiceLink::OnConnectNotify()
     const auto* rec = TakeConnectInfo();
     if (rec == nullptr)
         return false;
-    SetIconSelector(rec->dwTrayIcon);
+    m_window.SetIconSelector(rec->dwTrayIcon);
     NotifyDialog(WM_KV_NOTIFY_CONNECTED, 1, L" connected", *rec);
-    if (m_pWindow->m_bAcknowledgeConnect)
-    {
-        if (!Send(KvBuildTypeOnly(MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ACK)))
-            return false;
-        m_pWindow->m_bConnectNotified = 1;
-    }
-    else
-    {
-        m_pWindow->m_bConnectNotified = 1;
-        SetTimer(m_pWindow->m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_CONNECT_MS, nullptr);
-    }
+    if (m_bAcknowledgeConnect)
+        return Send(KvBuildTypeOnly(MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ACK));
+    m_window.StartTimer(KV_TIMER_NOTIFY_CONNECT, KV_NOTIFY_AFTER_CONNECT_MS);
     return true;
 }
 
@@ -520,14 +488,14 @@ bool CServiceLink::OnDisconnectNotify()
     NotifyDialog(WM_KV_NOTIFY_DISCONNECTED, 0, L" disconnected", *rec);
     if (rec->dwConnections == 0)
     {
-        m_pWindow->SFT_RemoveDropWindow(-1);
-        m_pWindow->m_uTrayIconSelector = KV_IDLE_ICON_AFTER_LAST_VIEWER;
+        m_window.FileTransfer().RemoveDropWindow(-1);
+        m_window.SetIconSelector(KV_IDLE_ICON_AFTER_LAST_VIEWER);
     }
     else
     {
-        m_pWindow->SFT_RemoveDropWindow(static_cast<int>(rec->dwViewerId));
+        m_window.FileTransfer().RemoveDropWindow(static_cast<int>(rec->dwViewerId));
     }
-    m_pWindow->NotifyDisconnect();
+    m_window.NotifyDisconnect();
     return true;
 }
 
@@ -537,8 +505,8 @@ bool CServiceLink::OnNotifyAll()
     if (rec == nullptr)
         return false;
     TerminateField(rec->szText, L"MSG_TRAYICON_NOTIFY_ALL.szText");
-    std::memcpy(&m_pWindow->m_NotifyAll, rec, sizeof *rec);
-    m_pWindow->NotifyAll();
+    m_window.StoreViewerList(*rec);
+    m_window.NotifyAll();
     return true;
 }
 
@@ -546,14 +514,14 @@ bool CServiceLink::OnDesktopEffects()
 {
     // The icon is refreshed before the mask is read; the order is kept as the service knows it.
     std::memset(m_pBuffer, 0, sizeof(MSG_TRAYICON_DESKTOP_EFFECTS));
-    m_pWindow->SetTrayIcon();
+    m_window.Post(WM_KV_TRAY_REFRESH);
     const auto* rec = Read<MSG_TRAYICON_DESKTOP_EFFECTS>();
     if (rec == nullptr)
         return false;
     const std::uint32_t dwMask = rec->dwMask;
     LOG4CXX_INFO(logger, L"dwMask=" << dwMask);
     if (dwMask > 1)
-        m_pWindow->SetDesktopOptions(static_cast<int>(dwMask));
+        m_window.DesktopOptions().Set(static_cast<int>(dwMask));
     return Send(KvBuildDesktopEffectsAck(dwMask));
 }
 
@@ -565,7 +533,7 @@ bool CServiceLink::OnSftInitTemp()
     TerminateField(rec->szEventName, L"MSG_TRAYICON_SFT_INIT_TEMP.szEventName");
     TerminateField(rec->szTempIniPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szTempIniPath");
     TerminateField(rec->szDataPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szDataPath");
-    m_pWindow->SFT_CreateTempFiles(rec);
+    m_window.FileTransfer().CreateTempFiles(*rec);
     // The service waits on this event whether or not the files could be made.
     HANDLE hEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, KvWide(rec->szEventName));
     if (hEvent != nullptr)
@@ -587,9 +555,9 @@ bool CServiceLink::OnServerReconfigure()
         return false;
     TerminateField(rec->szText, L"MSG_TRAYICON_SERVER_RECONFIGURE.szText");
     LOG4CXX_INFO(logger, L"dwState=" << rec->dwState);
-    m_pWindow->SendTrayMsgServerReconfiguring(rec->dwState, KvWide(rec->szText));
+    m_window.ShowReconfiguring(rec->dwState, KvWide(rec->szText));
     // The resource library is swapped on the window's thread, which loads strings from it.
-    SendMessageW(m_pWindow->m_hWnd, WM_KV_RELOAD_LANGUAGE, 0, 0);
+    m_window.Send(WM_KV_RELOAD_LANGUAGE);
     return true;
 }
 
@@ -599,16 +567,15 @@ bool CServiceLink::OnAddresses()
     if (rec == nullptr)
         return false;
     TerminateField(rec->szAddresses, L"MSG_TRAYICON_IP_ADDRESSES.szAddresses");
-    std::memcpy(&m_pWindow->m_AboutInfo, rec, sizeof *rec);
-    MarkDataChanged();
+    m_window.StoreAddresses(*rec);
+    m_window.ReplyReceived();
     return true;
 }
 
 bool CServiceLink::OnReverseConnection()
 {
     // The request is answered: the menu may offer a new one.
-    m_pWindow->m_bReverseConnectBusy = 0;
-    m_pWindow->m_bReverseConnectActive = 0;
+    m_window.ReverseConnectionAnswered();
     std::memset(m_pBuffer + 4, 0, sizeof(MSG_REVERSE_CONNECTION) - 4);
     const auto* rec = Read<MSG_REVERSE_CONNECTION>();
     if (rec == nullptr)
@@ -617,18 +584,16 @@ bool CServiceLink::OnReverseConnection()
     switch (rec->dwStatus)
     {
     case KV_REVERSE_STARTED:
-        PostMessageW(m_pWindow->m_hWnd, WM_KV_JOIN_SESSION_WAIT, 0, 0);
+        m_window.Post(WM_KV_JOIN_SESSION_WAIT, 0);
         break;
     case KV_REVERSE_ENDED:
-        PostMessageW(m_pWindow->m_hWnd, WM_KV_JOIN_SESSION_WAIT, 1, 0);
+        m_window.Post(WM_KV_JOIN_SESSION_WAIT, 1);
         break;
     case KV_REVERSE_DONE:
-        PostMessageW(m_pWindow->m_hWnd, WM_KV_JOIN_SESSION_WAIT, 1, 0);
-        m_pWindow->m_bReverseConnectDone = 1;
+        m_window.Post(WM_KV_JOIN_SESSION_WAIT, 1);
         ReportReverseConnection(*rec);
         break;
     default:
-        m_pWindow->m_bReverseConnectBusy = 0;
         break;
     }
     return true;
@@ -646,7 +611,7 @@ void CServiceLink::ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec)
         return;
     }
     (in.bShort ? in.shortFormat : in.longFormat) =
-        ToU16(LoadResourceString(in.bShort ? IDS_REVERSE_REPORT_SHORT_FMT : IDS_REVERSE_REPORT_LONG_FMT));
+        ToU16(KvLoadText(in.bShort ? IDS_REVERSE_REPORT_SHORT_FMT : IDS_REVERSE_REPORT_LONG_FMT));
     in.errorText = KvReadString(rec.szError);
     if (in.errorText.empty())
         in.systemText = ToU16(SystemMessage(rec.dwError, KV_REPORT_SYSTEM_TEXT_UNITS));
@@ -655,14 +620,11 @@ void CServiceLink::ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec)
     in.dwPort = rec.dwPort;
     const KvReverseReport report = KvComposeReverseReport(in);
 
-    CopyInto(m_pWindow->m_szMsgBoxCaption, LoadResourceString(IDS_APP_CAPTION));
-    CopyInto(m_pWindow->m_szMsgBoxText,
-             std::wstring(reinterpret_cast<const wchar_t*>(report.text.data()), report.text.size()));
-    LOG4CXX_INFO(logger, L"Reverse connection report: " << m_pWindow->m_szMsgBoxText);
-    // Every report that is shown tells of a failed attempt.
-    m_pWindow->m_bMsgBoxError = 1;
-    if (report.bPost)
-        PostMessageW(m_pWindow->m_hWnd, WM_KV_QUEUED_MSGBOX, 0, 0);
+    // Cut as the message box's buffer always cut it.
+    const std::wstring text(reinterpret_cast<const wchar_t*>(report.text.data()),
+                            std::min<std::size_t>(report.text.size(), 4095));
+    LOG4CXX_INFO(logger, L"Reverse connection report: " << text);
+    m_window.StoreReport(KvLoadText(IDS_APP_CAPTION).substr(0, 4095), text, report.bPost);
 }
 
 bool CServiceLink::OnChatOpen()
@@ -672,7 +634,7 @@ bool CServiceLink::OnChatOpen()
         return false;
     TerminateField(rec->szUsername, L"MSG_TRAYICON_CHAT_OPEN.szUsername");
     LOG4CXX_INFO(logger, L"MSG_TYPE_TRAYICON_CHAT_OPEN: szUsername = " << Bounded(rec->szUsername));
-    SendMessageW(m_pWindow->m_hWnd, WM_CHAT_OPEN, reinterpret_cast<WPARAM>(rec), 0);
+    m_window.Send(WM_CHAT_OPEN, reinterpret_cast<WPARAM>(rec));
     return true;
 }
 
@@ -714,11 +676,11 @@ bool CServiceLink::OnChatMessage()
                                                                    << nSocketError);
         return false;
     }
-    SendMessageW(m_pWindow->m_hWnd, WM_CHAT_MESSAGE, reinterpret_cast<WPARAM>(whole.get()), 0);
+    m_window.Send(WM_CHAT_MESSAGE, reinterpret_cast<WPARAM>(whole.get()));
     return true;
 }
 
-void RunConnection(CTaskBarWindow* pWindow)
+void RunConnection(IKvTrayLink& window)
 {
     KvLogBlock logBlock(logger, L"RunConnection");
     std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[KV_RECEIVE_BUFFER_BYTES]);
@@ -727,12 +689,7 @@ void RunConnection(CTaskBarWindow* pWindow)
         LOG4CXX_ERROR(logger, L"No memory for the receive buffer.");
         return;
     }
-    if (pWindow->m_pSocket == nullptr)
-    {
-        LOG4CXX_ERROR(logger, L"The tray window has no socket.");
-        return;
-    }
-    CServiceLink link(pWindow, buffer.get());
+    CServiceLink link(window, buffer.get());
     if (link.Connect())
         link.ReadLoop();
 }
@@ -744,16 +701,16 @@ unsigned int __stdcall ConnectionInfo(void* pTrayWindow)
     KvSetThreadName(L"ConnectionInfo");
     {
         KvLogBlock logBlock(logger, L"ConnectionInfo");
-        auto* pWindow = static_cast<CTaskBarWindow*>(pTrayWindow);
+        auto* pWindow = static_cast<IKvTrayLink*>(pTrayWindow);
         if (pWindow != nullptr)
         {
-            RunConnection(pWindow);
+            RunConnection(*pWindow);
             // A window that is closing has already let go of the link; otherwise the agent ends
             // with its link.
-            if (!pWindow->m_bClosing)
+            if (!pWindow->Closing())
             {
                 LOG4CXX_INFO(logger, L"The connection to the service ended; closing the tray window.");
-                PostMessageW(pWindow->m_hWnd, WM_KV_QUIT, 0, 0);
+                pWindow->Post(WM_KV_QUIT);
             }
         }
     }

@@ -12,7 +12,7 @@ constexpr std::size_t KV_ONE_TIME_SESSION_UNITS = 8096;
 extern std::uint32_t g_dwOneTimeSession;
 extern wchar_t g_szOneTimeSession[KV_ONE_TIME_SESSION_UNITS]; // always terminated
 
-// Thread entry, started with _beginthreadex; pTrayWindow is the CTaskBarWindow. Ends through
+// Thread entry, started with _beginthreadex; pTrayWindow is the tray window's IKvTrayLink. Ends through
 // _endthreadex(0), after posting WM_KV_QUIT to the tray window unless it is already closing.
 unsigned int __stdcall ConnectionInfo(void* pTrayWindow);
 

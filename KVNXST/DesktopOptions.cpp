@@ -135,32 +135,32 @@ void ClearNote()
 
 } // namespace
 
-void CTaskBarWindow::SetDesktopOptions(int nOptions)
+void CDesktopOptions::Set(int nOptions)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SetDesktopOptions");
+    KvLogBlock logBlock(logger, L"CDesktopOptions::Set");
     LOG4CXX_INFO(logger,
-                 L"nOptions=" << nOptions << L" m_bDesktopOptionsPending=" << m_bDesktopOptionsPending);
-    if (m_bDesktopOptionsPending != 0)
+                 L"nOptions=" << nOptions << L" pending=" << m_uPending);
+    if (m_uPending != 0)
         return;
     if (nOptions > 1)
-        m_nDesktopOptions = nOptions;
+        m_nOptions = nOptions;
     if (!IsUserDesktopInitialized())
     {
         // Changes made before the shell is up are lost when it starts: wait for its taskbar.
-        m_bDesktopOptionsPending = SetTimer(m_hWnd, KV_TIMER_DESKTOP_POLL, 250, nullptr);
+        m_uPending = SetTimer(m_hWnd, KV_TIMER_DESKTOP_POLL, 250, nullptr);
         return;
     }
 
     if ((nOptions & 0x0002) &&
         SystemParametersInfoW(SPI_SETDESKPATTERN, 0, const_cast<wchar_t*>(L""), KV_SPI_SESSION))
-        m_nDesktopResets |= 0x0002;
+        m_nResets |= 0x0002;
     if (nOptions & 0x0004)
     {
         wchar_t szWallpaper[MAX_PATH] = {};
         if (SystemParametersInfoW(SPI_GETDESKWALLPAPER, MAX_PATH, szWallpaper, 0) &&
             szWallpaper[0] != L'\0' &&
             SystemParametersInfoW(SPI_SETDESKWALLPAPER, 0, const_cast<wchar_t*>(L""), KV_SPI_SESSION))
-            m_nDesktopResets |= 0x0004;
+            m_nResets |= 0x0004;
     }
     for (const DesktopEffect& e : KV_EFFECTS)
     {
@@ -168,25 +168,25 @@ void CTaskBarWindow::SetDesktopOptions(int nOptions)
         // Only what is on is switched off, so only what the user had is restored.
         if ((nOptions & e.nBit) && SystemParametersInfoW(e.uGet, 0, &dwValue, 0) && dwValue != 0 &&
             SetEffect(e, 0))
-            m_nDesktopResets |= e.nBit;
+            m_nResets |= e.nBit;
     }
-    LOG4CXX_INFO(logger, L"m_nDesktopResets=" << m_nDesktopResets);
-    if (m_nDesktopResets > 1)
-        WriteNote(m_nDesktopResets);
+    LOG4CXX_INFO(logger, L"m_nDesktopResets=" << m_nResets);
+    if (m_nResets > 1)
+        WriteNote(m_nResets);
 }
 
-void CTaskBarWindow::SetDesktopOptionsDelayed()
+void CDesktopOptions::Reapply()
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SetDesktopOptionsDelayed");
-    if (m_nDesktopOptions > 1)
-        SetDesktopOptions(m_nDesktopOptions);
+    KvLogBlock logBlock(logger, L"CDesktopOptions::Reapply");
+    if (m_nOptions > 1)
+        Set(m_nOptions);
 }
 
-void CTaskBarWindow::RetoreDesktopOptions()
+void CDesktopOptions::Restore()
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::RetoreDesktopOptions");
-    m_nDesktopOptions = 1;
-    const int nChanged = m_nDesktopResets;
+    KvLogBlock logBlock(logger, L"CDesktopOptions::Restore");
+    m_nOptions = 1;
+    const int nChanged = m_nResets;
     LOG4CXX_INFO(logger, L"m_nDesktopResets=" << nChanged);
     if (nChanged <= 1)
         return;
@@ -216,17 +216,32 @@ void CTaskBarWindow::RetoreDesktopOptions()
     if (hKey != nullptr)
         RegCloseKey(hKey);
     ClearNote();
+    m_nResets = 1;
 }
 
-void CTaskBarWindow::RecoverDesktopOptions()
+void CDesktopOptions::Recover()
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::RecoverDesktopOptions");
+    KvLogBlock logBlock(logger, L"CDesktopOptions::Recover");
     DesktopOptionsNote note = {};
     if (!ReadNote(note) || !NoteIsOrphanedOrOwn(note))
         return;
     LOG4CXX_INFO(logger, L"Desktop options left off by process " << note.dwProcessId << L": mask "
                                                                  << note.dwChanged << L" restored.");
-    m_nDesktopResets |= static_cast<int>(note.dwChanged);
-    RetoreDesktopOptions();
-    m_nDesktopResets = 1;
+    m_nResets |= static_cast<int>(note.dwChanged);
+    Restore();
+}
+
+void CDesktopOptions::OnTimer(UINT_PTR uTimer)
+{
+    if (uTimer == KV_TIMER_DESKTOP_POLL)
+    {
+        if (!IsUserDesktopInitialized())
+            return;
+        KillTimer(m_hWnd, uTimer);
+        SetTimer(m_hWnd, KV_TIMER_DESKTOP_APPLY, 2500, nullptr);
+        return;
+    }
+    KillTimer(m_hWnd, uTimer);
+    m_uPending = 0;
+    Set(m_nOptions);
 }

@@ -1,4 +1,5 @@
-// Session actions that the service asks for through the agent's command line.
+// The desktop's visual options switched off while viewers watch, and the session actions that the
+// service asks for through the agent's command line.
 #pragma once
 
 #include <windows.h>
@@ -30,4 +31,33 @@ inline constexpr DesktopEffect KV_EFFECTS[] = {
     {0x1000, SPI_GETSELECTIONFADE, SPI_SETSELECTIONFADE, false},
     {0x2000, SPI_GETTOOLTIPANIMATION, SPI_SETTOOLTIPANIMATION, false},
     {0x4000, SPI_GETTOOLTIPFADE, SPI_SETTOOLTIPFADE, false},
+};
+
+// The options the service asks to switch off while viewers watch, and what was switched off, so
+// that exactly that is put back. Runs on the window's thread and the connection thread.
+class CDesktopOptions
+{
+public:
+    // hWnd: the window whose timers 1025 and 1026 wait for the shell.
+    explicit CDesktopOptions(HWND hWnd = nullptr) : m_hWnd(hWnd) {}
+    void SetWindow(HWND hWnd) { m_hWnd = hWnd; }
+
+    // Switches off what nOptions names and is on; waits for the shell's taskbar when it is not up.
+    void Set(int nOptions);
+    // Applies the last request again (a new viewer came).
+    void Reapply();
+    // Puts back what was switched off and forgets the request.
+    void Restore();
+    // At start-up: puts back what an agent that died left switched off.
+    void Recover();
+    // Timers 1025 (the shell is up?) and 1026 (apply now).
+    void OnTimer(UINT_PTR uTimer);
+
+    int Changed() const { return m_nResets; }
+
+private:
+    HWND m_hWnd;
+    int m_nResets = 1;   // 1 plus the bits switched off
+    int m_nOptions = 1;  // the last request, 1 for none
+    UINT_PTR m_uPending = 0; // timer 1025 runs while a request waits for the shell
 };

@@ -2,6 +2,7 @@
 
 #include "KVNXST.h"
 #include "KVNXSTWindow.h"
+#include "TrayWindowLink.h"
 #include "KvHandles.h"
 #include "KvLogging.h"
 #include "KvServiceMessages.h"
@@ -35,7 +36,7 @@ template <DWORD N> int WaitAny(const HANDLE (&handles)[N])
     return -1;
 }
 
-void ReportDesktopState(CTaskBarWindow& window)
+void ReportDesktopState(IKvWatcherLink& window)
 {
     KvLogBlock logBlock(logger, L"ReportDesktopState");
     Sleep(0);
@@ -45,10 +46,10 @@ void ReportDesktopState(CTaskBarWindow& window)
     const MSG_TRAYICON_DESKTOP_STATE record = KvBuildDesktopState(dwState);
     if (!window.SendToService(&record, sizeof record))
         LOG4CXX_INFO(logger, L"The desktop state could not be sent.");
-    if (window.m_nConnections > 0 && dwState == KV_DESKTOP_STATE_SCREEN_SAVER)
+    if (window.Connections() > 0 && dwState == KV_DESKTOP_STATE_SCREEN_SAVER)
     {
-        SetTimer(window.m_hWnd, KV_TIMER_NOTIFY_CONNECT, KV_AFTER_SWITCH_TIMER_MS, nullptr);
-        SetTimer(window.m_hWnd, KV_TIMER_TRAY_RETRY, KV_AFTER_SWITCH_TIMER_MS, nullptr);
+        window.StartTimer(KV_TIMER_NOTIFY_CONNECT, KV_AFTER_SWITCH_TIMER_MS);
+        window.StartTimer(KV_TIMER_TRAY_RETRY, KV_AFTER_SWITCH_TIMER_MS);
     }
 }
 
@@ -58,11 +59,11 @@ unsigned int __stdcall DesktopChangeThread(void* pTrayWindow)
 {
     KvSetThreadName(L"DesktopChange");
     KvLogBlock logBlock(logger, L"DesktopChangeThread");
-    CTaskBarWindow& window = *static_cast<CTaskBarWindow*>(pTrayWindow);
+    IKvWatcherLink& window = *static_cast<IKvWatcherLink*>(pTrayWindow);
     Settle();
 
     // Nothing is watched before the service has answered the version.
-    const HANDLE hStart[] = {g_hStopEvent, window.m_hSessionEvent};
+    const HANDLE hStart[] = {g_hStopEvent, window.SessionEvent()};
     if (WaitAny(hStart) != 1)
     {
         LOG4CXX_INFO(logger, L"Ended before the handshake.");
@@ -76,13 +77,13 @@ unsigned int __stdcall DesktopChangeThread(void* pTrayWindow)
     }
     Settle();
 
-    for (HANDLE hThread; (hThread = window.m_hConnectionThread.load()) != nullptr;)
+    for (HANDLE hThread; (hThread = window.ConnectionThread()) != nullptr;)
     {
         const HANDLE hWait[] = {hThread, g_hStopEvent, hSwitch.Get()};
         if (WaitAny(hWait) != 2)
             break;
         LOG4CXX_INFO(logger, L"The input desktop switched.");
-        SetEvent(window.m_hSessionEvent);
+        SetEvent(window.SessionEvent());
     }
     return 0;
 }
@@ -91,10 +92,10 @@ unsigned int __stdcall DesktopHaveChangedThread(void* pTrayWindow)
 {
     KvSetThreadName(L"DesktopHaveChanged");
     KvLogBlock logBlock(logger, L"DesktopHaveChangedThread");
-    CTaskBarWindow& window = *static_cast<CTaskBarWindow*>(pTrayWindow);
+    IKvWatcherLink& window = *static_cast<IKvWatcherLink*>(pTrayWindow);
     Settle();
 
-    const HANDLE hStart[] = {window.m_hConnectionThread.load(), g_hStopEvent, window.m_hSessionEvent};
+    const HANDLE hStart[] = {window.ConnectionThread(), g_hStopEvent, window.SessionEvent()};
     if (WaitAny(hStart) != 2)
     {
         LOG4CXX_INFO(logger, L"Ended before the handshake.");
@@ -103,13 +104,13 @@ unsigned int __stdcall DesktopHaveChangedThread(void* pTrayWindow)
     Settle();
 
     // The event is still set from the handshake, so the first turn reports at once.
-    for (HANDLE hThread; (hThread = window.m_hConnectionThread.load()) != nullptr;)
+    for (HANDLE hThread; (hThread = window.ConnectionThread()) != nullptr;)
     {
-        const HANDLE hWait[] = {hThread, g_hStopEvent, window.m_hSessionEvent};
+        const HANDLE hWait[] = {hThread, g_hStopEvent, window.SessionEvent()};
         if (WaitAny(hWait) != 2)
             break;
         // Switches until the next check collapse into one report.
-        ResetEvent(window.m_hSessionEvent);
+        ResetEvent(window.SessionEvent());
         ReportDesktopState(window);
     }
     return 0;

@@ -46,7 +46,7 @@ constexpr wchar_t KV_RESOURCE_LIBRARY[] = L"KVNXSTRES.dll";
 CTaskBarWindow* CreateTaskBarWindow(unsigned int uiPort)
 {
     auto* pWindow = new (std::nothrow) CTaskBarWindow(uiPort);
-    if (pWindow != nullptr && pWindow->m_hWnd != nullptr)
+    if (pWindow != nullptr && pWindow->Window() != nullptr)
         return pWindow;
     LOG4CXX_ERROR(logger, L"Cannot create the tray window.");
     delete pWindow;

@@ -1,21 +1,17 @@
-// The tray window: construction, start of the worker threads, the message table, the timers, the
-// tray menu and its commands, and the orderly end.
+// The tray window: construction, start of the worker threads, the message table and its dispatch
+// to the facilities, the timers, the tray menu and its commands, and the orderly end.
 #include "KVNXSTWindow.h"
 
 #include "AboutDialog.h"
-#include "ConnectInProgressDialog.h"
-#include "ConnectToClientDialog.h"
 #include "ConnectionInfo.h"
 #include "CreateInvitationDialog.h"
 #include "DesktopSwitchWatcher.h"
-#include "JoinAttendedSessionDialog.h"
 #include "KVNXST.h"
 #include "KvLogging.h"
 #include "KvSocket.h"
-#include "NotifyDialog.h"
+#include "KvSystemApi.h"
 #include "ProfileReg.h"
-#include "SFT_DropWindow.h"
-#include "SimultanousSessionMutex.h"
+#include "ResourceText.h"
 #include "TrayIconPolicy.h"
 #include "UtilService.h"
 #include "UtilSettings.h"
@@ -28,9 +24,11 @@
 #include <process.h>
 #include <wtsapi32.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstring>
 #include <cwchar>
 #include <memory>
-#include <new>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::KVNXSTWindow));
 
@@ -40,31 +38,21 @@ namespace
 constexpr wchar_t KV_TRAY_WINDOW_CLASS[] = L"Kestrova Vexa Tray Icon Class";
 constexpr wchar_t KV_TRAY_WINDOW_TITLE[] = L"Kestrova Vexa Tray Icon";
 constexpr DWORD KV_NOTICE_TIMEOUT_MS = 20000;
-constexpr DWORD KV_QUESTION_TIMEOUT_MS = 10000;
 // How long the end of the window waits for the connection thread to let go of the object.
 constexpr DWORD KV_CONNECTION_THREAD_GRACE_MS = 5000;
 
 // The yes/no question of the disconnect and exit commands: a format with the number of viewers.
 int AskWithCount(UINT uFormatId, int nConnections)
 {
-    wchar_t szFormat[1024] = {};
-    LoadStringW(g_hResInstance, uFormatId, szFormat, 1024);
     wchar_t szText[1100] = {};
-    _snwprintf(szText, 1099, szFormat, nConnections);
-    wchar_t szCaption[260] = {};
-    LoadStringW(g_hResInstance, IDS_APP_CAPTION, szCaption, 260);
-    return TimedMessageBox(nullptr, szText, szCaption, MB_YESNO | MB_ICONQUESTION, KV_QUESTION_TIMEOUT_MS);
+    _snwprintf(szText, 1099, KvLoadText(uFormatId).c_str(), nConnections);
+    return TimedMessageBox(nullptr, szText, KvLoadText(IDS_APP_CAPTION).c_str(), MB_YESNO | MB_ICONQUESTION,
+                           KV_QUESTION_TIMEOUT_MS);
 }
 
-HICON LoadTrayIcon(int nId)
-{
-    return static_cast<HICON>(LoadImageW(g_hResInstance, MAKEINTRESOURCEW(nId), IMAGE_ICON,
-                                         GetSystemMetrics(SM_CXSMICON), GetSystemMetrics(SM_CYSMICON), 0));
-}
+} // namespace
 
-// A modal dialog of the resource library. A library without that template makes it fail; that is
-// logged rather than shown to the user.
-INT_PTR ShowDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
+INT_PTR KvShowDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
 {
     const INT_PTR nResult = DialogBoxParamW(g_hResInstance, MAKEINTRESOURCEW(nId), hOwner, pfnProc, lParam);
     if (nResult == -1)
@@ -72,8 +60,7 @@ INT_PTR ShowDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
     return nResult;
 }
 
-// The same for a modeless dialog; null when it cannot be made.
-HWND CreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
+HWND KvCreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
 {
     HWND hDlg = CreateDialogParamW(g_hResInstance, MAKEINTRESOURCEW(nId), hOwner, pfnProc, lParam);
     if (hDlg == nullptr)
@@ -81,34 +68,17 @@ HWND CreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam)
     return hDlg;
 }
 
-void DestroyIconHandle(HICON& hIcon)
-{
-    if (hIcon != nullptr)
-        DestroyIcon(hIcon);
-    hIcon = nullptr;
-}
-
-} // namespace
-
 CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
-    : m_Settings(), m_szLanguage(), m_nConnections(0), m_bConnectPending(0), m_AboutInfo(), m_uTrayRetryTimer(0),
-      m_bDesktopOptionsPending(0), m_hNotifyDlg(nullptr), m_hConnectWaitDlg(nullptr), m_bTrayIconAdded(0),
-      m_nMode(1), m_bAboutRequested(0), m_bReplyReceived(0), m_bReverseConnectActive(0), m_hWnd(nullptr),
-      m_nNotifyKind(KV_NOTIFY_CONNECT), m_pSocket(nullptr), m_bClosing(0), m_uiPort(uiPort),
-      m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_bMsgBoxError(0), m_szMsgBoxText(),
-      m_szMsgBoxCaption(), m_nDesktopResets(1), m_nDesktopOptions(1), m_bFirstNotify(1),
-      m_TempFiles(new std::list<std::wstring>), m_strTempIni(new std::wstring), m_strTempData(new std::wstring),
-      m_hDropWnd(nullptr), m_nTrayRetries(0), m_hMenu(nullptr), m_nid(), m_bShellBalloons(0),
-      m_hIconConnected(nullptr), m_hIconIdle(nullptr), m_hIconPending(nullptr), m_hIconExtra(nullptr),
-      m_uTrayIconId(KV_TRAY_ICON_ID), m_ConnectInfo(), m_NotifyAll(), m_uTrayIconSelector(1), m_bDataChanged(0),
-      m_bAcknowledgeConnect(1), m_bConnectNotified(0), m_bReverseConnectBusy(0), m_bReverseConnectDone(0),
-      m_bShellReady(0), m_nShellNotReady(0), m_uTaskbarCreated(0), m_bJoinDialogOpen(0)
+    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_nMode(1), m_szLanguage(), m_bClosing(0), m_uiPort(uiPort),
+      m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_hMenu(nullptr), m_Settings(), m_ConnectInfo(),
+      m_NotifyAll(), m_AboutInfo(), m_nConnections(0), m_uTrayIconSelector(1), m_bReplyReceived(0),
+      m_reverse(*this)
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::CTaskBarWindow");
     LOG4CXX_INFO(logger, L"uiPort=" << uiPort);
     CoInitialize(nullptr);
     // An agent that died with the desktop stripped left a note: put the user's desktop back first.
-    RecoverDesktopOptions();
+    m_desktopOptions.Recover();
 
     wchar_t szAccount[240] = {};
     DWORD cchAccount = 240;
@@ -116,21 +86,19 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
     const bool bSystem = KvIsSystemAccount(szAccount);
     if (!bSystem)
     {
-        m_bShellBalloons = GetFileMajorVersion(L"Shell32.dll") >= 5;
-
-        m_bNotifyDlg = 1;
-        m_bNotifyDisconnect = 1;
-        m_bAllowSettings = 1;
-        m_bAllowDisconnect = 1;
-        m_bTrayIcon = 1;
-        m_bPermissionRequired = 1;
+        m_Settings.bNotifyDlg = 1;
+        m_Settings.bNotifyDisconnect = 1;
+        m_Settings.bAllowSettings = 1;
+        m_Settings.bAllowDisconnect = 1;
+        m_Settings.bTrayIcon = 1;
+        m_Settings.bPermissionRequired = 1;
         if (!g_bOneTimeSession)
         {
             DWORD dwValue = 0;
             if (ReadServiceSettingDword(L"TrayIcon", &dwValue))
-                m_bTrayIcon = dwValue;
+                m_Settings.bTrayIcon = dwValue;
             if (ReadServiceSettingDword(L"Permission Required", &dwValue))
-                m_bPermissionRequired = dwValue;
+                m_Settings.bPermissionRequired = dwValue;
         }
         wcsncpy(m_szLanguage, KV_LANGUAGE_TABLE[0], 2);
 
@@ -152,14 +120,8 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
             ShowWindow(m_hWnd, SW_HIDE);
         else
             LOG4CXX_ERROR(logger, L"CreateWindowExW failed. Error = " << GetLastError());
-        // The icon's identity holds from the start: the tray callback is checked against it.
-        m_nid.hWnd = m_hWnd;
-        m_nid.uID = m_uTrayIconId;
-
-        m_hIconConnected = LoadTrayIcon(IDI_TRAY_CONNECTED);
-        m_hIconIdle = LoadTrayIcon(IDI_TRAY_IDLE);
-        m_hIconPending = LoadTrayIcon(IDI_TRAY_PENDING);
-        m_hIconExtra = LoadTrayIcon(IDI_TRAY_EXTRA);
+        m_trayIcon.Create(m_hWnd, GetFileMajorVersion(L"Shell32.dll") >= 5);
+        m_desktopOptions.SetWindow(m_hWnd);
     }
     if (m_hWnd == nullptr || bSystem)
         PostQuitMessage(0);
@@ -168,47 +130,30 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
 CTaskBarWindow::~CTaskBarWindow()
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::~CTaskBarWindow");
-    DelTrayIcon();
+    m_trayIcon.Remove();
     if (m_hMenu != nullptr)
         DestroyMenu(m_hMenu);
     // The connection thread may still be on its way out; it uses this object until it ends.
     HANDLE hThread = m_hConnectionThread.exchange(nullptr);
     if (hThread != nullptr)
     {
-        if (m_pSocket != nullptr)
-            m_pSocket->Close();
+        m_socket.Close();
         if (WaitForSingleObject(hThread, KV_CONNECTION_THREAD_GRACE_MS) != WAIT_OBJECT_0)
             LOG4CXX_WARN(logger, L"The connection thread did not end in time.");
         CloseHandle(hThread);
     }
-    delete m_pSocket;
-    m_pSocket = nullptr;
     if (m_hSessionEvent != nullptr)
         CloseHandle(m_hSessionEvent);
-    SFT_DeleteTempFile(1);
-    SFT_DeleteTempFile(2);
-    DestroyIconHandle(m_hIconConnected);
-    DestroyIconHandle(m_hIconIdle);
-    DestroyIconHandle(m_hIconPending);
-    DestroyIconHandle(m_hIconExtra);
-    delete m_strTempIni;
-    delete m_strTempData;
-    delete m_TempFiles;
     CoUninitialize();
 }
 
-int CTaskBarWindow::OnInit()
+void CTaskBarWindow::OnInit()
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::OnInit");
-    m_pSocket = new (std::nothrow) CKvSocket();
-    if (m_pSocket == nullptr)
-    {
-        LOG4CXX_ERROR(logger, L"Cannot create the service socket.");
-        return 0;
-    }
 
     unsigned int uThreadId = 0;
-    const uintptr_t hStarted = _beginthreadex(nullptr, 0, ConnectionInfo, this, CREATE_SUSPENDED, &uThreadId);
+    const uintptr_t hStarted = _beginthreadex(nullptr, 0, ConnectionInfo, static_cast<IKvTrayLink*>(this),
+                                              CREATE_SUSPENDED, &uThreadId);
     if (hStarted == 0)
         LOG4CXX_ERROR(logger, L"Cannot start the connection thread. errno = " << errno);
     else
@@ -224,21 +169,20 @@ int CTaskBarWindow::OnInit()
     m_hSessionEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     for (unsigned(__stdcall * pfnWatcher)(void*) : {DesktopHaveChangedThread, DesktopChangeThread})
     {
-        const uintptr_t hWatcher = _beginthreadex(nullptr, 0, pfnWatcher, this, 0, &uThreadId);
+        const uintptr_t hWatcher =
+            _beginthreadex(nullptr, 0, pfnWatcher, static_cast<IKvWatcherLink*>(this), 0, &uThreadId);
         if (hWatcher != 0)
             CloseHandle(reinterpret_cast<HANDLE>(hWatcher));
         else
             LOG4CXX_ERROR(logger, L"Cannot start a desktop-switch thread. errno = " << errno);
     }
-    return 1;
 }
 
 int CTaskBarWindow::SendToService(const void* pBuffer, int nLength)
 {
-    CKvSocket* pSocket = m_pSocket;
-    if (pSocket == nullptr || pSocket->GetHandle() == INVALID_SOCKET)
+    if (m_socket.GetHandle() == INVALID_SOCKET)
         return 0;
-    return pSocket->Send(pBuffer, nLength);
+    return m_socket.Send(pBuffer, nLength);
 }
 
 LRESULT CALLBACK CTaskBarWindow::WndProc(HWND hWnd, UINT uMsg, WPARAM wParam, LPARAM lParam)
@@ -259,9 +203,7 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
 {
     if (m_uTaskbarCreated != 0 && uMsg == m_uTaskbarCreated)
     {
-        LOG4CXX_INFO(logger, L"TaskbarCreated");
-        m_bTrayIconAdded = 0;
-        SetTrayIcon();
+        m_trayIcon.OnTaskbarCreated(TrayInputs());
         return 1;
     }
     switch (uMsg)
@@ -296,9 +238,23 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         }
         return 0;
     case WM_KV_TRAY_CALLBACK:
-        return OnTrayCallback(wParam, lParam);
+        if (m_trayIcon.IsMenuClick(wParam, lParam))
+            ShowTrayMenu();
+        return 0;
+    case WM_KV_TRAY_REFRESH:
+        m_trayIcon.Update(TrayInputs());
+        return 0;
+    case WM_KV_TRAY_RECONFIGURING:
+    {
+        const std::unique_ptr<KvReconfigureNote> note(reinterpret_cast<KvReconfigureNote*>(lParam));
+        m_trayIcon.ShowReconfiguring(*note);
+        return 0;
+    }
+    case WM_KV_START_TIMER:
+        SetTimer(m_hWnd, wParam, static_cast<UINT>(lParam), nullptr);
+        return 0;
     case WM_KV_SHOW_NOTIFY_DLG:
-        if (wParam == 0 && m_nMode == 1 && m_bNotifyDlg == 0)
+        if (wParam == 0 && m_nMode == 1 && m_Settings.bNotifyDlg == 0)
             return 1;
         OnShowNotifyDialog(wParam != 0);
         return 0;
@@ -309,9 +265,7 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         OnInit();
         return 1;
     case WM_KV_CLOSE_NOTIFY_DLG:
-        if (IsWindow(m_hNotifyDlg))
-            DestroyWindow(m_hNotifyDlg);
-        m_hNotifyDlg = nullptr;
+        m_notice.Close();
         return 0;
     case WM_KV_QUEUED_MSGBOX:
         OnQueuedMessageBox();
@@ -326,15 +280,15 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
     case WM_KV_DROP_WINDOW:
         if (wParam == 1000)
         {
-            HWND hDrop = CreateModelessDialog(nullptr, IDD_SFT_DROP, SFTDropWndProc, lParam);
+            HWND hDrop = KvCreateModelessDialog(nullptr, IDD_SFT_DROP, SFTDropWndProc, lParam);
             if (hDrop != nullptr)
                 ShowWindow(hDrop, SW_SHOW);
         }
         else if (wParam == 1001)
-            SFT_EraseDropWindow(lParam != 0 ? static_cast<int>(lParam) : -1);
+            m_fileTransfer.EraseDropWindow(lParam != 0 ? static_cast<int>(lParam) : -1);
         return 0;
     case WM_KV_JOIN_SESSION_WAIT:
-        OnJoinSessionWait(wParam);
+        m_reverse.OnWait(m_hWnd, wParam);
         return 0;
     case WM_KV_RELOAD_LANGUAGE:
         OnReloadLanguage();
@@ -345,28 +299,24 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         return 0;
     case WM_CHAT_OPEN:
         LOG4CXX_INFO(logger, L"WM_CHAT_OPEN");
-        OpenChatWindow();
+        m_chat.Open();
         return 0;
     case WM_CHAT_MESSAGE:
         LOG4CXX_INFO(logger, L"WM_CHAT_MESSAGE");
-        ShowChatMessage(reinterpret_cast<const MSG_CHAT_MESSAGE*>(wParam));
+        m_chat.ShowMessage(*reinterpret_cast<const MSG_CHAT_MESSAGE*>(wParam));
         return 0;
     case WM_CHAT_CLOSE:
         LOG4CXX_INFO(logger, L"WM_CHAT_CLOSE");
-        CloseChatWindow();
+        m_chat.Close();
         return 0;
     case WM_KV_ANSWER:
         return 1;
     case WM_KV_DROP_WINDOW_GONE:
-        m_hDropWnd = nullptr;
+        m_fileTransfer.DropWindowGone();
         return 0;
     case WM_SHOW_ONE_TIME_AGENT_BALLON:
         LOG4CXX_DEBUG(logger, L"WM_SHOW_ONE_TIME_AGENT_BALLON");
-        {
-            wchar_t szBalloon[512] = {};
-            LoadStringW(g_hResInstance, IDS_ONETIME_BALLOON, szBalloon, 512);
-            ShowTrayBalloonMsg(szBalloon);
-        }
+        m_trayIcon.ShowBalloon(KvLoadText(IDS_ONETIME_BALLOON).c_str(), m_Settings.bTrayIcon);
         return 0;
     default:
         break;
@@ -380,23 +330,15 @@ void CTaskBarWindow::OnDestroy()
     UnRegisterSessionNotification(m_hWnd);
     if (g_hStopEvent != nullptr)
         SetEvent(g_hStopEvent);
-    RetoreDesktopOptions();
+    m_desktopOptions.Restore();
     // The icon goes while its window still exists; the shell drops icons of vanished windows late.
-    DelTrayIcon();
+    m_trayIcon.Remove();
     m_bClosing = 1;
     // Closing unblocks the connection thread's read; the object goes with the window object, once
     // that thread has let go of it.
-    if (m_pSocket != nullptr)
-        m_pSocket->Close();
-    if (IsWindow(m_hNotifyDlg))
-        DestroyWindow(m_hNotifyDlg);
-    m_hNotifyDlg = nullptr;
-    if (IsWindow(m_hDropWnd))
-        DestroyWindow(m_hDropWnd);
-    m_hDropWnd = nullptr;
-    if (m_uTrayRetryTimer != 0)
-        KillTimer(m_hWnd, m_uTrayRetryTimer);
-    m_uTrayRetryTimer = 0;
+    m_socket.Close();
+    m_notice.Close();
+    m_fileTransfer.DestroyDropWindow();
     Sleep(0);
     Sleep(250);
     Sleep(0);
@@ -409,7 +351,7 @@ void CTaskBarWindow::OnEndSession(WPARAM wParam)
     g_nExitCode = KV_EXIT_CODE_ENDED;
     if (!wParam)
         return;
-    SFT_RemoveDropWindow(-1);
+    m_fileTransfer.RemoveDropWindow(-1);
     const MSG_TRAYICON_SESSION_END end = KvBuildSessionEnd(g_nSessionId);
     SendToService(&end, sizeof end);
 }
@@ -420,45 +362,23 @@ void CTaskBarWindow::OnTimer(UINT_PTR uTimer)
     {
     case KV_TIMER_NOTIFY_CONNECT:
         KillTimer(m_hWnd, uTimer);
-        if (m_bConnectPending && m_nConnections > 0)
-            PostMessageW(m_hWnd, WM_COMMAND, IDM_NOTIFY_ALL, 0);
-        else
-            NotifyConnect();
+        NotifyConnect();
         break;
     case KV_TIMER_TRAY_RETRY:
-        m_uTrayRetryTimer = 0;
         KillTimer(m_hWnd, uTimer);
-        SetTrayIcon();
+        m_trayIcon.OnRetryTimer(TrayInputs());
         break;
     case KV_TIMER_SETTINGS_DIALOG:
         KillTimer(m_hWnd, uTimer);
         PostMessageW(m_hWnd, WM_COMMAND, IDM_SETTINGS, 0);
         break;
     case KV_TIMER_DESKTOP_POLL:
-        if (IsUserDesktopInitialized())
-        {
-            KillTimer(m_hWnd, uTimer);
-            SetTimer(m_hWnd, KV_TIMER_DESKTOP_APPLY, 2500, nullptr);
-        }
-        break;
     case KV_TIMER_DESKTOP_APPLY:
-        KillTimer(m_hWnd, uTimer);
-        m_bDesktopOptionsPending = 0;
-        SetDesktopOptions(m_nDesktopOptions);
+        m_desktopOptions.OnTimer(uTimer);
         break;
     default:
         break;
     }
-}
-
-LRESULT CTaskBarWindow::OnTrayCallback(WPARAM wParam, LPARAM lParam)
-{
-    const UINT uMouse = m_nid.uVersion != 0 ? LOWORD(lParam) : static_cast<UINT>(lParam);
-    if (LOWORD(wParam) != m_nid.uID ||
-        (uMouse != WM_RBUTTONUP && uMouse != WM_CONTEXTMENU && uMouse != WM_LBUTTONDOWN))
-        return 0;
-    ShowTrayMenu();
-    return 0;
 }
 
 void CTaskBarWindow::ShowTrayMenu()
@@ -478,13 +398,13 @@ void CTaskBarWindow::ShowTrayMenu()
     KvTrayMenuFlags flags;
     flags.nConnections = m_nConnections;
     flags.nMode = m_nMode;
-    flags.bAllowSettings = m_bAllowSettings != 0;
-    flags.bAllowDisconnect = m_bAllowDisconnect != 0;
-    flags.bAllowInvitations = m_bAllowInvitations != 0;
-    flags.bAllowConnectToClient = m_bAllowConnectToClient != 0;
-    flags.bReverseConnectActive = m_bReverseConnectActive != 0;
-    flags.bLockSettings = m_bLockSettingsA != 0 || m_bLockSettingsB != 0;
-    flags.uOptions = m_uOptions;
+    flags.bAllowSettings = m_Settings.bAllowSettings != 0;
+    flags.bAllowDisconnect = m_Settings.bAllowDisconnect != 0;
+    flags.bAllowInvitations = m_Settings.bAllowInvitations != 0;
+    flags.bAllowConnectToClient = m_Settings.bAllowConnectToClient != 0;
+    flags.bReverseConnectActive = m_reverse.Active();
+    flags.bLockSettings = m_Settings.bLockSettingsA != 0 || m_Settings.bLockSettingsB != 0;
+    flags.uOptions = m_Settings.uOptions;
     const KvGreyedItems greyed = KvTrayMenuGreyed(flags);
     for (int i = 0; i < greyed.count; ++i)
         EnableMenuItem(hPopup, greyed.ids[i], MF_BYCOMMAND | MF_GRAYED);
@@ -494,10 +414,9 @@ void CTaskBarWindow::ShowTrayMenu()
 
     POINT pt = {};
     GetCursorPos(&pt);
-    HWND hOwner = m_nid.hWnd != nullptr ? m_nid.hWnd : m_hWnd;
-    SetForegroundWindow(hOwner);
-    TrackPopupMenu(hPopup, TPM_RIGHTBUTTON, pt.x, pt.y, 0, hOwner, nullptr);
-    PostMessageW(hOwner, WM_NULL, 0, 0);
+    SetForegroundWindow(m_hWnd);
+    TrackPopupMenu(hPopup, TPM_RIGHTBUTTON, pt.x, pt.y, 0, m_hWnd, nullptr);
+    PostMessageW(m_hWnd, WM_NULL, 0, 0);
     DestroyMenu(m_hMenu);
     m_hMenu = nullptr;
 }
@@ -523,27 +442,27 @@ void CTaskBarWindow::OnCommand(UINT uCommand)
         break;
     }
     case IDM_DISCONNECT:
-        AskAndDisconnect();
+        AskAndTell(false);
         break;
     case IDM_CONNECT_TO_CLIENT:
-        OpenConnectToClient();
+        m_reverse.ConnectToClient(m_hWnd, m_Settings.uConnectOption, m_Settings.bAllowConnectToClient != 0);
         break;
     case IDM_EXIT:
-        AskAndExit();
+        AskAndTell(true);
         break;
     case IDM_SETTINGS:
     {
         HWND hOwner = GetForegroundWindow();
         if (hOwner == nullptr || IsIconic(hOwner))
             hOwner = m_hWnd;
-        ExecuteSettingsDialog(hOwner, m_bLockSettingsA || m_bLockSettingsB ? 1 : 0);
+        ExecuteSettingsDialog(hOwner, m_Settings.bLockSettingsA || m_Settings.bLockSettingsB ? 1 : 0);
         break;
     }
     case IDM_ABOUT:
         OpenAbout();
         break;
     case IDM_JOIN_INTERNET_SESSION:
-        JoinInternetSession();
+        m_reverse.JoinSession(m_hWnd, m_Settings.uConnectOption);
         break;
     default:
         break;
@@ -583,163 +502,63 @@ void CTaskBarWindow::OpenInvitations()
     const MSG_TRAYICON_TYPE_ONLY request = KvBuildTypeOnly(MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ACK);
     SendToService(&request, sizeof request);
     WaitForReply();
-    ShowDialog(m_hWnd, IDD_CREATE_INVITATION, CreateInvitationWndProc, reinterpret_cast<LPARAM>(this));
+    KvShowDialog(m_hWnd, IDD_CREATE_INVITATION, CreateInvitationWndProc, reinterpret_cast<LPARAM>(this));
 }
 
 void CTaskBarWindow::OpenAbout()
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::OpenAbout");
     m_bReplyReceived = 0;
-    m_bAboutRequested = 1;
     const MSG_TRAYICON_TYPE_ONLY request = KvBuildTypeOnly(MSG_TYPE_TRAYICON_IP_ADDRESSES);
     SendToService(&request, sizeof request);
     WaitForReply();
-    ShowDialog(m_hWnd, IDD_ABOUT, AboutWndProc, reinterpret_cast<LPARAM>(&m_Settings));
-    m_bAboutRequested = 0;
+    KvShowDialog(m_hWnd, IDD_ABOUT, AboutWndProc, reinterpret_cast<LPARAM>(&m_Settings));
 }
 
-void CTaskBarWindow::AskAndDisconnect()
+void CTaskBarWindow::AskAndTell(bool bExit)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::AskAndDisconnect");
+    KvLogBlock logBlock(logger, bExit ? L"CTaskBarWindow::AskAndExit" : L"CTaskBarWindow::AskAndDisconnect");
     const int nConnections = m_nConnections;
-    if (nConnections < 1)
+    // Disconnecting needs a viewer and always asks; exiting asks only while viewers watch.
+    if (!bExit && nConnections < 1)
         return;
-    if (AskWithCount(IDS_CONFIRM_DISCONNECT_FMT, nConnections) != IDYES)
+    if ((!bExit || nConnections > 0) &&
+        AskWithCount(bExit ? IDS_CONFIRM_EXIT_FMT : IDS_CONFIRM_DISCONNECT_FMT, nConnections) != IDYES)
         return;
     MSG_TRAYICON_DESKTOP_USER_INFORMATION info = {};
     GetDesktopUserInformation(&info);
-    MSG_TRAYICON_USER_REQUEST request;
-    KvBuildUserRequest(request, info);
-    SendToService(&request, sizeof request);
-}
-
-void CTaskBarWindow::AskAndExit()
-{
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::AskAndExit");
-    const int nConnections = m_nConnections;
-    if (nConnections > 0 && AskWithCount(IDS_CONFIRM_EXIT_FMT, nConnections) != IDYES)
+    if (!bExit)
+    {
+        MSG_TRAYICON_USER_REQUEST request;
+        KvBuildUserRequest(request, info);
+        SendToService(&request, sizeof request);
         return;
-    MSG_TRAYICON_DESKTOP_USER_INFORMATION info = {};
-    GetDesktopUserInformation(&info);
+    }
     MSG_TRAYICON_EXIT request;
     KvBuildExit(request, info);
     SendToService(&request, sizeof request);
     g_nExitCode = KV_EXIT_CODE_ENDED;
-    DelTrayIcon();
+    m_trayIcon.Remove();
     DestroyWindow(m_hWnd);
-}
-
-void CTaskBarWindow::OpenConnectToClient()
-{
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::OpenConnectToClient");
-    if (!m_bAllowConnectToClient || m_bReverseConnectActive)
-        return;
-    auto request = std::make_unique<MSG_REVERSE_CONNECTION>();
-    KvZero(*request);
-    request->uConnectOption = m_uConnectOption;
-    if (ShowDialog(m_hWnd, IDD_CONNECT_TO_CLIENT, ConnectToClient, reinterpret_cast<LPARAM>(request.get())) != 1)
-        return;
-    request->dwType = MSG_TYPE_REVERSE_CONNECTION;
-    if (SendToService(request.get(), sizeof *request))
-        m_bReverseConnectActive = 1;
-}
-
-void CTaskBarWindow::JoinInternetSession()
-{
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::JoinInternetSession");
-    if (m_bReverseConnectActive)
-        return;
-    auto request = std::make_unique<MSG_REVERSE_CONNECTION>();
-    KvBuildJoinSessionRequest(*request, m_uConnectOption, static_cast<const wchar_t*>(nullptr));
-    if (g_dwOneTimeSession != 0)
-    {
-        // The one-time agent already knows its session: the request is prepared without asking.
-        KvCopyString(request->szShortText, g_szOneTimeSession, 8096);
-    }
-    else if (m_bJoinDialogOpen)
-    {
-        LOG4CXX_INFO(logger, L"Join Internet Session dialog exists, bringing to top.");
-        HWND hJoin = GetLastActivePopup(m_hWnd);
-        if (hJoin != nullptr && hJoin != m_hWnd)
-            BringWindowToTop(hJoin);
-        return;
-    }
-    else
-    {
-        m_bJoinDialogOpen = 1;
-        const INT_PTR nResult = ShowDialog(m_hWnd, IDD_JOIN_ATTENDED_SESSION, JoinAttendedSessionProc,
-                                           reinterpret_cast<LPARAM>(request.get()));
-        m_bJoinDialogOpen = 0;
-        if (nResult != 1)
-            return;
-    }
-    if ((IsOtiSessionInProgress() || IsLocalSessionInProgress()) &&
-        TimedMessageBox(g_hResInstance, nullptr, IDS_CONFIRM_SIMULTANEOUS, IDS_APP_CAPTION,
-                        MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2 | MB_TOPMOST, KV_QUESTION_TIMEOUT_MS) != IDYES)
-        return;
-    if (SendToService(request.get(), sizeof *request))
-        m_bReverseConnectActive = 1;
 }
 
 void CTaskBarWindow::OnQueuedMessageBox()
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::OnQueuedMessageBox");
-    TimedMessageBox(nullptr, m_szMsgBoxText, m_szMsgBoxCaption,
-                    MB_TOPMOST | (m_bMsgBoxError ? MB_ICONERROR : MB_ICONINFORMATION), KV_NOTICE_TIMEOUT_MS);
+    // Every report that is shown tells of a failed attempt.
+    TimedMessageBox(nullptr, m_reportText.c_str(), m_reportCaption.c_str(), MB_TOPMOST | MB_ICONERROR,
+                    KV_NOTICE_TIMEOUT_MS);
     if (g_bOneTimeSession && g_dwOneTimeSession != 0)
         PostMessageW(m_hWnd, WM_COMMAND, IDM_EXIT, 0);
-}
-
-void CTaskBarWindow::OnJoinSessionWait(WPARAM wParam)
-{
-    if (IsWindow(m_hConnectWaitDlg))
-    {
-        LOG4CXX_INFO(logger, L"PostMessage WM_HIDE_JOIN_INTERNET_SESSION_DLG.");
-        PostMessageW(m_hConnectWaitDlg, WM_HIDE_JOIN_INTERNET_SESSION_DLG, 0, 0);
-    }
-    switch (wParam)
-    {
-    case 0:
-        LOG4CXX_INFO(logger, L"Displaying Join Internet Session Wait Dialog.");
-        m_hConnectWaitDlg = CreateModelessDialog(m_hWnd, IDD_CONNECT_IN_PROGRESS, ConnectInProgressProc,
-                                                 reinterpret_cast<LPARAM>(this));
-        if (m_hConnectWaitDlg != nullptr)
-            ShowWindow(m_hConnectWaitDlg, SW_SHOW);
-        break;
-    case 1:
-        LOG4CXX_INFO(logger, L"Destroying Join Internet Session Wait Dialog.");
-        if (IsWindow(m_hConnectWaitDlg))
-            DestroyWindow(m_hConnectWaitDlg);
-        m_hConnectWaitDlg = nullptr;
-        break;
-    case 2:
-    {
-        LOG4CXX_INFO(logger, L"Canceling OTI connection attempt.");
-        auto request = std::make_unique<MSG_REVERSE_CONNECTION>();
-        KvBuildReverseConnectionCancel(*request);
-        SendToService(request.get(), sizeof *request);
-        break;
-    }
-    default:
-        break;
-    }
 }
 
 void CTaskBarWindow::OnShowNotifyDialog(bool bUnconditional)
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::OnShowNotifyDialog");
-    if (IsWindow(m_hNotifyDlg))
-        DestroyWindow(m_hNotifyDlg);
-    m_hNotifyDlg = nullptr;
-    if (!bUnconditional && m_nMode == 1 && m_bNotifyDlg == 0)
+    m_notice.Close();
+    if (!bUnconditional && m_nMode == 1 && m_Settings.bNotifyDlg == 0)
         return;
-    LOG4CXX_INFO(logger, L"Opening the notification dialog, kind " << m_nNotifyKind);
-    m_hNotifyDlg = CreateModelessDialog(m_hWnd, IDD_NOTIFY, NotifyWndProc, reinterpret_cast<LPARAM>(this));
-    if (m_hNotifyDlg != nullptr)
-    {
-        m_bFirstNotify = 0;
-        SetWindowLongPtrW(m_hNotifyDlg, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-    }
+    m_notice.Open(m_hWnd, reinterpret_cast<LPARAM>(this));
 }
 
 void CTaskBarWindow::OnReloadLanguage()
@@ -755,4 +574,155 @@ void CTaskBarWindow::OnReloadLanguage()
     g_hResInstance = hReloaded;
     if (hOld != nullptr && hOld != g_hInstance)
         FreeLibrary(hOld);
+}
+
+KvTrayInputs CTaskBarWindow::TrayInputs() const
+{
+    KvTrayInputs in;
+    in.pSettings = &m_Settings;
+    in.nConnections = m_nConnections;
+    in.nMode = m_nMode;
+    in.uSelector = m_uTrayIconSelector;
+    return in;
+}
+
+void CTaskBarWindow::StoreSettings(const MSG_TRAYICON_SETTINGS& settings)
+{
+    std::memcpy(&m_Settings, &settings, sizeof settings);
+}
+
+void CTaskBarWindow::StoreConnectInfo(const MSG_TRAYICON_CONNECT_INFO& info)
+{
+    std::memcpy(&m_ConnectInfo, &info, sizeof info);
+    m_nConnections = static_cast<int>(std::min<std::uint32_t>(info.dwConnections, INT_MAX));
+}
+
+void CTaskBarWindow::StoreViewerList(const MSG_TRAYICON_NOTIFY_ALL& list)
+{
+    std::memcpy(&m_NotifyAll, &list, sizeof list);
+}
+
+void CTaskBarWindow::StoreAddresses(const MSG_TRAYICON_IP_ADDRESSES& addresses)
+{
+    std::memcpy(&m_AboutInfo, &addresses, sizeof addresses);
+}
+
+void CTaskBarWindow::StoreReport(const std::wstring& caption, const std::wstring& text, bool bShow)
+{
+    m_reportCaption = caption;
+    m_reportText = text;
+    if (bShow)
+        Post(WM_KV_QUEUED_MSGBOX);
+}
+
+void CTaskBarWindow::Post(UINT uMsg, WPARAM wParam, LPARAM lParam)
+{
+    PostMessageW(m_hWnd, uMsg, wParam, lParam);
+}
+
+LRESULT CTaskBarWindow::Send(UINT uMsg, WPARAM wParam, LPARAM lParam)
+{
+    return SendMessageW(m_hWnd, uMsg, wParam, lParam);
+}
+
+void CTaskBarWindow::StartTimer(UINT_PTR uTimer, UINT uMs)
+{
+    Post(WM_KV_START_TIMER, uTimer, static_cast<LPARAM>(uMs));
+}
+
+void CTaskBarWindow::SetIconSelector(std::uint32_t uSelector)
+{
+    m_uTrayIconSelector = uSelector;
+    Post(WM_KV_TRAY_REFRESH);
+}
+
+void CTaskBarWindow::ShowReconfiguring(DWORD dwState, const wchar_t* szText)
+{
+    auto note = std::make_unique<KvReconfigureNote>();
+    note->dwState = dwState;
+    if (szText != nullptr)
+        std::wcsncpy(note->szText, szText, 260);
+    if (PostMessageW(m_hWnd, WM_KV_TRAY_RECONFIGURING, 0, reinterpret_cast<LPARAM>(note.get())))
+        note.release(); // the window's thread owns it now
+}
+
+void CTaskBarWindow::NotifyConnect()
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::NotifyConnect");
+    m_desktopOptions.Reapply();
+    Post(WM_KV_TRAY_REFRESH);
+    if (m_nConnections <= 0)
+        return;
+    if (m_Settings.bNotifyDlg == 0 && m_nMode != 0 && (m_Settings.bNotifyMode2 == 0 || m_nMode != 2))
+        return;
+    m_notice.SetKind(KV_NOTIFY_CONNECT);
+    Post(WM_KV_SHOW_NOTIFY_DLG);
+}
+
+void CTaskBarWindow::NotifyDisconnect()
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::NotifyDisconnect");
+    Send(WM_KV_CLOSE_NOTIFY_DLG, 0, 1);
+    m_notice.SetKind(KV_NOTIFY_DISCONNECT);
+    if (m_Settings.bNotifyDlg && m_Settings.bNotifyDisconnect)
+        Post(WM_KV_RECREATE_NOTIFY_DLG);
+    if (m_nConnections > 0)
+        return;
+    if (m_desktopOptions.Changed() > 1)
+        m_desktopOptions.Restore();
+    Post(WM_KV_TRAY_REFRESH);
+}
+
+void CTaskBarWindow::NotifyAll()
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::NotifyAll");
+    m_notice.SetKind(KV_NOTIFY_ALL);
+    Post(WM_KV_SHOW_NOTIFY_DLG, 1);
+}
+
+void CTaskBarWindow::TellNotice(UINT uMsg, const KV_NOTIFY_RECORD& record)
+{
+    HWND hDialog = m_notice.Window();
+    if (hDialog != nullptr && IsWindow(hDialog))
+        SendMessageW(hDialog, uMsg, reinterpret_cast<WPARAM>(&record), 0);
+}
+
+void GetDesktopUserInformation(MSG_TRAYICON_DESKTOP_USER_INFORMATION* pInfo)
+{
+    KvLogBlock logBlock(logger, L"GetDesktopUserInformation");
+    if (pInfo == nullptr)
+        return;
+    const KvSystemApi& api = KvGetSystemApi();
+    std::uint32_t dwState = 0;
+    BOOL bRunning = FALSE;
+    if (api.pfnGetScreenSaverRunning(&bRunning) && bRunning)
+        dwState |= KV_DESKTOP_SCREEN_SAVER;
+
+    wchar_t szDesktop[MAX_PATH] = {};
+    if (api.pfnGetInputDesktopName(szDesktop, MAX_PATH))
+    {
+        dwState |= KV_DESKTOP_OPENED;
+        if (_wcsicmp(szDesktop, L"Screen-saver") == 0)
+            dwState |= KV_DESKTOP_SCREEN_SAVER;
+    }
+    else
+    {
+        LOG4CXX_INFO(logger, L"The input desktop cannot be opened. Error = " << GetLastError());
+        dwState |= KV_DESKTOP_NOT_OPENED;
+        szDesktop[0] = L'\0';
+    }
+    KvCopyString(pInfo->szDesktopName, szDesktop, MAX_PATH);
+    pInfo->dwState = dwState;
+
+    wchar_t szUser[MAX_PATH] = {};
+    if (g_szUserName[0] != L'\0')
+        KvCopyString(pInfo->szUserName, g_szUserName, MAX_PATH);
+    else
+    {
+        DWORD cchUser = MAX_PATH;
+        if (!GetUserNameW(szUser, &cchUser))
+            szUser[0] = L'\0';
+        KvCopyString(pInfo->szUserName, szUser, MAX_PATH);
+    }
+    LOG4CXX_DEBUG(logger, L"dwState=" << dwState << L" szDesktopName=" << szDesktop);
 }

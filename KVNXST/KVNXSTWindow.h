@@ -1,27 +1,32 @@
-// CTaskBarWindow: the resident agent's one object. A hidden top-level window that owns the tray
-// icon, the socket to the local service, the worker threads, the modeless dialogs and the state
-// the service sends. Worker threads read and write its members directly (see each member); only
+// CTaskBarWindow: the resident agent's one object. A hidden top-level window that holds the
+// agent's facilities (tray icon, notice, desktop options, file transfer, chat, outgoing
+// connections), the socket to the local service and the blocks the service sends, and dispatches
+// its messages to them. Worker threads reach it through IKvTrayLink and IKvWatcherLink only; only
 // the window's own thread runs WndProc.
 #pragma once
 
+#include "DesktopOptions.h"
+#include "KVNXSTWindowChat.h"
+#include "KvSocket.h"
 #include "KvServiceMessages.h"
+#include "NoticeState.h"
+#include "ReverseConnect.h"
+#include "SFT_DropWindow.h"
+#include "TrayIcon.h"
+#include "TrayWindowLink.h"
 
 #include <windows.h>
-#include <shellapi.h>
 
 #include <atomic>
 #include <cstdint>
-#include <list>
 #include <string>
-
-class CKvSocket;
 
 // --- Private window messages of the tray window.
 constexpr UINT WM_KV_TRAY_CALLBACK = WM_USER + 1;        // the shell's tray callback
 constexpr UINT WM_KV_SHOW_NOTIFY_DLG = WM_USER + 2;      // wParam 1: open even when not asked for
 constexpr UINT WM_KV_START = WM_USER + 6;                // runs OnInit once the window exists
 constexpr UINT WM_KV_CLOSE_NOTIFY_DLG = WM_USER + 7;     //
-constexpr UINT WM_KV_QUEUED_MSGBOX = WM_USER + 8;        // m_szMsgBoxText/m_szMsgBoxCaption are ready
+constexpr UINT WM_KV_QUEUED_MSGBOX = WM_USER + 8;        // the stored report is ready
 constexpr UINT WM_KV_RECREATE_NOTIFY_DLG = WM_USER + 10; //
 constexpr UINT WM_KV_QUIT = WM_USER + 12;                // the connection thread ended on its own
 constexpr UINT WM_KV_DROP_WINDOW = WM_USER + 14;         // wParam 1000 create, 1001 erase
@@ -29,6 +34,12 @@ constexpr UINT WM_KV_JOIN_SESSION_WAIT = WM_USER + 17;   // wParam 0 show, 1 hid
 // Sent by the connection thread after a reconfiguration, so that the resource library is swapped
 // on the thread that loads strings from it.
 constexpr UINT WM_KV_RELOAD_LANGUAGE = WM_USER + 20;
+// Posted by other threads: the tray icon follows the state (no parameters), a reconfiguration's
+// text (lParam: a KvReconfigureNote from new, deleted by the window), a timer to start (wParam its
+// id, lParam its period; timers belong to the window's thread).
+constexpr UINT WM_KV_TRAY_REFRESH = WM_USER + 21;
+constexpr UINT WM_KV_TRAY_RECONFIGURING = WM_USER + 22;
+constexpr UINT WM_KV_START_TIMER = WM_USER + 23;
 constexpr UINT WM_RC_CHAT_MESSAGE_SENT = WM_USER + 1059; // wParam buffer, lParam its size
 constexpr UINT WM_CHAT_OPEN = WM_USER + 1060;            // wParam MSG_TRAYICON_CHAT_OPEN*
 constexpr UINT WM_CHAT_MESSAGE = WM_USER + 1061;         // wParam a whole MSG_CHAT_MESSAGE
@@ -51,11 +62,6 @@ constexpr UINT_PTR KV_TIMER_DESKTOP_APPLY = 1026;
 
 constexpr UINT KV_TRAY_ICON_ID = 44444;
 
-// Why the notification dialog opens (m_nNotifyKind).
-constexpr int KV_NOTIFY_CONNECT = 1;
-constexpr int KV_NOTIFY_DISCONNECT = 2;
-constexpr int KV_NOTIFY_ALL = 3;
-
 // What the connection thread hands the notification dialog when a viewer comes or goes. Built on
 // the thread's stack, zero-filled, and given by SendMessageW only.
 struct KV_NOTIFY_RECORD
@@ -65,11 +71,21 @@ struct KV_NOTIFY_RECORD
     std::uint32_t dwConnections;
 };
 
+constexpr DWORD KV_QUESTION_TIMEOUT_MS = 10000;
+
+// A modal dialog of the resource library; -1 (logged) when it cannot be shown.
+INT_PTR KvShowDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam);
+// The same for a modeless dialog; null (logged) when it cannot be made.
+HWND KvCreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam);
+
+// The input desktop, the screen saver and the user, as the service asks for them.
+void GetDesktopUserInformation(MSG_TRAYICON_DESKTOP_USER_INFORMATION* pInfo);
+
 // The languages of menu items 1044, 1045 and 1046.
 inline constexpr const wchar_t* KV_LANGUAGE_TABLE[] = {L"en", L"fr", L"de"};
 constexpr int KV_LANGUAGE_COUNT = 3;
 
-class CTaskBarWindow
+class CTaskBarWindow final : public IKvTrayLink
 {
 public:
     explicit CTaskBarWindow(unsigned int uiPort);
@@ -77,142 +93,96 @@ public:
     CTaskBarWindow(const CTaskBarWindow&) = delete;
     CTaskBarWindow& operator=(const CTaskBarWindow&) = delete;
 
-    // Creates the socket and starts the connection and desktop-switch threads. Non-zero when the
-    // socket object was created.
-    int OnInit();
-
     static LRESULT CALLBACK WndProc(HWND hWnd, UINT uMsg, WPARAM wParam, LPARAM lParam);
+    HWND Window() const { return m_hWnd; }
 
-    // One record to the service in one send; 0 without a connected socket. Any thread.
-    int SendToService(const void* pBuffer, int nLength);
+    // --- For the dialogs, on the window's thread.
+    const MSG_TRAYICON_SETTINGS& Settings() const { return m_Settings; }
+    const MSG_TRAYICON_CONNECT_INFO& ConnectInfo() const { return m_ConnectInfo; }
+    const MSG_TRAYICON_NOTIFY_ALL& ViewerList() const { return m_NotifyAll; }
+    int NoticeKind() const { return m_notice.Kind(); }
+    HWND NoticeWindow() const { return m_notice.Window(); }
+    void CloseNotice() { m_notice.Close(); }
+    void NoticeGone(HWND hDlg) { m_notice.Gone(hDlg); }
 
-    // --- Tray icon, balloons and connection notices (KVNXSTWindowTray.cpp).
-    // dwMessage: NIM_ADD, NIM_MODIFY or NIM_DELETE; bActive: a viewer is connected.
-    int SendTrayMsg(DWORD dwMessage, int bActive);
-    int AddTrayIcon();
-    int ChangeTrayIcon(int bActive);
-    int DelTrayIcon();
-    int SetTrayIcon();
-    int ShowTrayBalloonMsg(const wchar_t* szText);
-    int SendTrayMsgServerReconfiguring(DWORD dwState, const wchar_t* szText);
-    void NotifyConnect();
-    void NotifyDisconnect();
-    void NotifyAll();
-    void GetDesktopUserInformation(MSG_TRAYICON_DESKTOP_USER_INFORMATION* pInfo);
-    int IsSocketConnected();
-
-    // --- Desktop options while viewers watch (DesktopOptions.cpp).
-    void SetDesktopOptions(int nOptions);
-    void SetDesktopOptionsDelayed();
-    void RetoreDesktopOptions();
-    void RecoverDesktopOptions(); // at start-up, after an agent that left options off
-
-    // --- Simple file transfer (SFT_DropWindow.cpp).
-    int SFT_CreateTempFiles(MSG_TRAYICON_SFT_INIT_TEMP* pInit);
-    void SFT_DeleteTempFile(unsigned int uTempFile);
-    void SFT_AddDropWindow(MSG_TRAYICON_SFT_DROP_CLIENT* pDrop);
-    void SFT_RemoveDropWindow(int nViewerId);
-    void SFT_EraseDropWindow(int nViewerId);
-
-    // --- Chat (KVNXSTWindowChat.cpp).
-    void OpenChatWindow();
-    void ShowChatMessage(const MSG_CHAT_MESSAGE* pMessage);
-    void CloseChatWindow();
-
-    // The service block, overlaid by the settings the service sends (40003, 40007). The names
-    // below are views of its fields.
-    MSG_TRAYICON_SETTINGS m_Settings;
-    std::uint32_t& m_bNotifyDlg = m_Settings.bNotifyDlg;
-    std::uint32_t& m_bNotifyMode2 = m_Settings.bNotifyMode2;
-    std::uint32_t& m_bNotifyDisconnect = m_Settings.bNotifyDisconnect;
-    std::uint32_t& m_bAllowSettings = m_Settings.bAllowSettings;
-    std::uint32_t& m_bAllowDisconnect = m_Settings.bAllowDisconnect;
-    std::uint32_t& m_bTrayIcon = m_Settings.bTrayIcon;
-    std::uint32_t& m_uOptions = m_Settings.uOptions;
-    std::uint32_t& m_bPermissionRequired = m_Settings.bPermissionRequired;
-    std::uint32_t& m_bLockSettingsA = m_Settings.bLockSettingsA;
-    std::uint32_t& m_bLockSettingsB = m_Settings.bLockSettingsB;
-    std::uint32_t& m_bAllowInvitations = m_Settings.bAllowInvitations;
-    std::uint32_t& m_bAllowConnectToClient = m_Settings.bAllowConnectToClient;
-    std::uint32_t& m_uConnectOption = m_Settings.uConnectOption;
-
-    wchar_t m_szLanguage[3];
-    std::atomic<int> m_nConnections;
-    int m_bConnectPending;
-    MSG_TRAYICON_IP_ADDRESSES m_AboutInfo; // the address block (70040)
-    UINT_PTR m_uTrayRetryTimer;
-    UINT_PTR m_bDesktopOptionsPending;
-    HWND m_hNotifyDlg;
-    HWND m_hConnectWaitDlg;
-    int m_bTrayIconAdded;
-    int m_nMode;
-    int m_bAboutRequested;
-    std::atomic<int> m_bReplyReceived;
-    int m_bReverseConnectActive;
-    HWND m_hWnd;
-    int m_nNotifyKind;
-    CKvSocket* m_pSocket;
-    std::atomic<int> m_bClosing; // the stop flag of the worker threads
-    std::atomic<unsigned int> m_uiPort;
-    std::atomic<HANDLE> m_hConnectionThread;
-    HANDLE m_hSessionEvent; // the handshake event of the desktop-switch watcher
-    int m_bMsgBoxError;
-    wchar_t m_szMsgBoxText[4096];
-    wchar_t m_szMsgBoxCaption[4096];
-    int m_nDesktopResets;
-    int m_nDesktopOptions;
-    int m_bFirstNotify;
-    std::list<std::wstring>* m_TempFiles;
-    std::wstring* m_strTempIni;
-    std::wstring* m_strTempData;
-    HWND m_hDropWnd;
-    int m_nTrayRetries;
-    HMENU m_hMenu;
-    NOTIFYICONDATAW m_nid;
-    int m_bShellBalloons;
-    HICON m_hIconConnected;
-    HICON m_hIconIdle;
-    HICON m_hIconPending;
-    HICON m_hIconExtra;
-    UINT m_uTrayIconId;
-
-    // --- Filled by the connection thread (ConnectionInfo.cpp).
-    MSG_TRAYICON_CONNECT_INFO m_ConnectInfo;
-    MSG_TRAYICON_NOTIFY_ALL m_NotifyAll;
-    std::atomic<std::uint32_t> m_uTrayIconSelector;
-    std::atomic<int> m_bDataChanged;
-    std::atomic<int> m_bAcknowledgeConnect;
-    std::atomic<int> m_bConnectNotified;
-    std::atomic<int> m_bReverseConnectBusy;
-    std::atomic<int> m_bReverseConnectDone;
-
-    // SendTrayMsg's memory of whether the shell was found ready, and its failed asks.
-    int m_bShellReady;
-    int m_nShellNotReady;
+    // --- IKvTrayLink, any thread.
+    CKvSocket& Socket() override { return m_socket; }
+    unsigned int Port() const override { return m_uiPort; }
+    void SetPort(unsigned int uiPort) override { m_uiPort = uiPort; }
+    bool Closing() const override { return m_bClosing != 0; }
+    int SendToService(const void* pBuffer, int nLength) override;
+    HANDLE SessionEvent() const override { return m_hSessionEvent; }
+    HANDLE ConnectionThread() const override { return m_hConnectionThread; }
+    int Connections() const override { return m_nConnections; }
+    void StoreSettings(const MSG_TRAYICON_SETTINGS& settings) override;
+    void StoreConnectInfo(const MSG_TRAYICON_CONNECT_INFO& info) override;
+    void StoreViewerList(const MSG_TRAYICON_NOTIFY_ALL& list) override;
+    void StoreAddresses(const MSG_TRAYICON_IP_ADDRESSES& addresses) override;
+    void StoreReport(const std::wstring& caption, const std::wstring& text, bool bShow) override;
+    void ReplyReceived() override { m_bReplyReceived = 1; }
+    void Post(UINT uMsg, WPARAM wParam = 0, LPARAM lParam = 0) override;
+    LRESULT Send(UINT uMsg, WPARAM wParam = 0, LPARAM lParam = 0) override;
+    void StartTimer(UINT_PTR uTimer, UINT uMs) override;
+    void SetIconSelector(std::uint32_t uSelector) override;
+    void ShowReconfiguring(DWORD dwState, const wchar_t* szText) override;
+    void NotifyConnect() override;
+    void NotifyDisconnect() override;
+    void NotifyAll() override;
+    void TellNotice(UINT uMsg, const KV_NOTIFY_RECORD& record) override;
+    void ReverseConnectionAnswered() override { m_reverse.Answered(); }
+    CDesktopOptions& DesktopOptions() override { return m_desktopOptions; }
+    CFileTransfer& FileTransfer() override { return m_fileTransfer; }
 
 private:
     LRESULT HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam);
+    // Starts the connection and desktop-switch threads (WM_KV_START).
+    void OnInit();
+    KvTrayInputs TrayInputs() const;
     void OnDestroy();
     void OnEndSession(WPARAM wParam);
     void OnTimer(UINT_PTR uTimer);
-    LRESULT OnTrayCallback(WPARAM wParam, LPARAM lParam);
     void OnCommand(UINT uCommand);
     void OnQueuedMessageBox();
-    void OnJoinSessionWait(WPARAM wParam);
     void OnShowNotifyDialog(bool bUnconditional);
     void OnReloadLanguage();
     void ChooseLanguage(int nIndex);
-    void AskAndDisconnect();
-    void AskAndExit();
+    // The menu's disconnect and exit: asks with the viewer count (exit only while viewed), then
+    // tells the service.
+    void AskAndTell(bool bExit);
     void OpenInvitations();
     void OpenAbout();
-    void OpenConnectToClient();
-    void JoinInternetSession();
     // Waits up to 500 rounds of about 10 ms for m_bReplyReceived.
     void WaitForReply();
     void ShowTrayMenu();
 
+    HWND m_hWnd;
     UINT m_uTaskbarCreated;
-    int m_bJoinDialogOpen;
-};
+    int m_nMode; // 1: attended
+    wchar_t m_szLanguage[3];
+    CKvSocket m_socket;
+    std::atomic<int> m_bClosing; // the stop flag of the worker threads
+    std::atomic<unsigned int> m_uiPort;
+    std::atomic<HANDLE> m_hConnectionThread;
+    HANDLE m_hSessionEvent; // the handshake event of the desktop-switch watcher
+    HMENU m_hMenu;
 
+    // The blocks the service sends: its settings overlay the defaults (40003, 40007), the last
+    // viewer's record, the viewer list and the address block (70040).
+    MSG_TRAYICON_SETTINGS m_Settings;
+    MSG_TRAYICON_CONNECT_INFO m_ConnectInfo;
+    MSG_TRAYICON_NOTIFY_ALL m_NotifyAll;
+    MSG_TRAYICON_IP_ADDRESSES m_AboutInfo;
+    std::atomic<int> m_nConnections;
+    std::atomic<std::uint32_t> m_uTrayIconSelector;
+    std::atomic<int> m_bReplyReceived;
+    // The reverse connection's report for WM_KV_QUEUED_MSGBOX.
+    std::wstring m_reportCaption;
+    std::wstring m_reportText;
+
+    CTrayIcon m_trayIcon;
+    CNoticeState m_notice;
+    CDesktopOptions m_desktopOptions;
+    CFileTransfer m_fileTransfer;
+    CChatWindow m_chat;
+    CReverseConnect m_reverse;
+};

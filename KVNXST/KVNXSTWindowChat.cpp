@@ -1,6 +1,4 @@
-// The tray window's side of the chat: the chat library's window, opened and fed on the service's
-// messages.
-#include "KVNXSTWindow.h"
+#include "KVNXSTWindowChat.h"
 
 #include "KvLogging.h"
 
@@ -8,21 +6,21 @@ static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::KVNXSTWindowChat));
 
 // The chat library is not part of this build yet; the messages are taken and logged.
 
-void CTaskBarWindow::OpenChatWindow()
+void CChatWindow::Open()
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::OpenChatWindow");
+    KvLogBlock logBlock(logger, L"CChatWindow::Open");
     LOG4CXX_WARN(logger, L"Chat is not built yet: no chat window opened.");
 }
 
-void CTaskBarWindow::ShowChatMessage(const MSG_CHAT_MESSAGE* pMessage)
+void CChatWindow::ShowMessage(const MSG_CHAT_MESSAGE& message)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::ShowChatMessage");
-    LOG4CXX_WARN(logger, L"Chat is not built yet: a message of " << pMessage->dwMessageLength
-                                                                 << L" bytes not shown.");
+    KvLogBlock logBlock(logger, L"CChatWindow::ShowMessage");
+    LOG4CXX_WARN(logger,
+                 L"Chat is not built yet: a message of " << message.dwMessageLength << L" bytes not shown.");
 }
 
-void CTaskBarWindow::CloseChatWindow()
+void CChatWindow::Close()
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::CloseChatWindow");
+    KvLogBlock logBlock(logger, L"CChatWindow::Close");
     LOG4CXX_WARN(logger, L"Chat is not built yet: no chat window to close.");
 }

@@ -268,9 +268,9 @@ CTaskBarWindow* TrayOf(HWND hDlg)
 // Kinds 1 and 2: the viewer's record as labelled lines under the kind's first line.
 std::wstring ViewerNoticeBody(const CTaskBarWindow& tray, bool bConnected)
 {
-    const MSG_TRAYICON_CONNECT_INFO& info = tray.m_ConnectInfo;
+    const MSG_TRAYICON_CONNECT_INFO& info = tray.ConnectInfo();
     KvNoticeLines lines;
-    lines.first = bConnected ? KvShowableFieldW(tray.m_Settings.szConnectHeader) : KvLoadText(IDS_NOTIFY_DISCONNECTED);
+    lines.first = bConnected ? KvShowableFieldW(tray.Settings().szConnectHeader) : KvLoadText(IDS_NOTIFY_DISCONNECTED);
     lines.labels[0] = KvLoadText(IDS_NOTIFY_LABEL_FIELD1);
     lines.labels[1] = KvLoadText(IDS_NOTIFY_LABEL_FIELD2);
     lines.labels[2] = KvLoadText(IDS_NOTIFY_LABEL_FIELD3);
@@ -286,7 +286,7 @@ std::wstring ViewerNoticeBody(const CTaskBarWindow& tray, bool bConnected)
 
 void ShowViewerList(HWND hDlg, const CTaskBarWindow& tray)
 {
-    const bool bButton = tray.m_ConnectInfo.bDisconnectButton != 0;
+    const bool bButton = tray.ConnectInfo().bDisconnectButton != 0;
     if (bButton)
     {
         // No close box: the list stays until the viewers are gone or disconnected.
@@ -298,8 +298,8 @@ void ShowViewerList(HWND hDlg, const CTaskBarWindow& tray)
     }
     SetDlgItemTextW(
         hDlg, IDC_NOTIFY_HEADING,
-        FormatNumber(IDS_NOTIFY_ALL_HEADING_FMT, static_cast<long>(tray.m_NotifyAll.dwCount)).c_str());
-    const std::wstring text = KvShowableFieldW(tray.m_NotifyAll.szText, true);
+        FormatNumber(IDS_NOTIFY_ALL_HEADING_FMT, static_cast<long>(tray.ViewerList().dwCount)).c_str());
+    const std::wstring text = KvShowableFieldW(tray.ViewerList().szText, true);
     if (text.empty())
     {
         SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, KvLoadText(IDS_NOTIFY_ALL_EMPTY).c_str());
@@ -314,7 +314,7 @@ void ShowViewerList(HWND hDlg, const CTaskBarWindow& tray)
 
 void ShowViewerNotice(HWND hDlg, const CTaskBarWindow& tray, bool bConnected)
 {
-    const std::wstring heading = KvShowableFieldW(tray.m_Settings.szNotifyHeading);
+    const std::wstring heading = KvShowableFieldW(tray.Settings().szNotifyHeading);
     if (!bConnected || !heading.empty())
         SetDlgItemTextW(hDlg, IDC_NOTIFY_HEADING, heading.c_str());
     SetDlgItemTextW(hDlg, IDC_NOTIFY_BODY, ViewerNoticeBody(tray, bConnected).c_str());
@@ -326,19 +326,19 @@ void OnInitNotice(HWND hDlg, CTaskBarWindow& tray)
     SetWindowLongPtrW(hDlg, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&tray));
     g_bNotifyGradient = KvAcquireGradient();
     g_hNotifyIcon = KvLoadDialogIcon();
-    const std::uint32_t dwSeconds = tray.m_Settings.dwNotifyDisplayTime;
+    const std::uint32_t dwSeconds = tray.Settings().dwNotifyDisplayTime;
     if (dwSeconds != 0)
     {
         const unsigned long long ullMs = dwSeconds * 1000ull;
         SetTimer(hDlg, KV_TIMER_NOTIFY_CLOSE,
                  ullMs < USER_TIMER_MAXIMUM ? static_cast<UINT>(ullMs) : USER_TIMER_MAXIMUM, nullptr);
     }
-    const std::wstring title = KvShowableFieldW(tray.m_Settings.szNotifyTitle);
+    const std::wstring title = KvShowableFieldW(tray.Settings().szNotifyTitle);
     if (!title.empty())
         SetWindowTextW(hDlg, title.c_str());
     SetNotifyDialogLocation(hDlg);
-    LOG4CXX_INFO(logger, L"Notice of kind " << tray.m_nNotifyKind << L" shown.");
-    switch (tray.m_nNotifyKind)
+    LOG4CXX_INFO(logger, L"Notice of kind " << tray.NoticeKind() << L" shown.");
+    switch (tray.NoticeKind())
     {
     case 3:
         ShowViewerList(hDlg, tray);
@@ -365,7 +365,7 @@ void PlayNoticeSound(HWND hDlg, const CTaskBarWindow& tray, bool bDisconnect)
         LOG4CXX_INFO(logger, L"No sound: the agent runs as the system account.");
         return;
     }
-    if (tray.m_Settings.bQuietWhenIdleIcon != 0 && tray.m_Settings.dwIdleTrayIcon == 1)
+    if (tray.Settings().bQuietWhenIdleIcon != 0 && tray.Settings().dwIdleTrayIcon == 1)
     {
         LOG4CXX_INFO(logger, L"No sound: the service asks for quiet notices.");
         return;
@@ -413,20 +413,18 @@ void PaintNotice(HWND hDlg)
 // viewers are connected unless the service's normal icon is shown and nothing asks to keep it.
 void CloseNoticeUnlessKept(HWND hDlg, CTaskBarWindow& tray)
 {
-    const MSG_TRAYICON_CONNECT_INFO& info = tray.m_ConnectInfo;
+    const MSG_TRAYICON_CONNECT_INFO& info = tray.ConnectInfo();
     const bool bViewers = static_cast<std::int32_t>(info.dwConnections) >= 1;
     if (info.bDisconnectButton != 0 ||
-        (bViewers && (info.dwTrayIcon != 1 || tray.m_Settings.bKeepNotifyOpen != 0)))
+        (bViewers && (info.dwTrayIcon != 1 || tray.Settings().bKeepNotifyOpen != 0)))
     {
         LOG4CXX_DEBUG(logger, L"The notice stays open.");
         return;
     }
     KillTimer(hDlg, KV_TIMER_NOTIFY_CLOSE);
-    if (hDlg != tray.m_hNotifyDlg)
+    if (hDlg != tray.NoticeWindow())
         DestroyWindow(hDlg);
-    if (IsWindow(tray.m_hNotifyDlg))
-        DestroyWindow(tray.m_hNotifyDlg);
-    tray.m_hNotifyDlg = nullptr;
+    tray.CloseNotice();
 }
 
 } // namespace
@@ -461,7 +459,7 @@ INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPara
         if (LOWORD(wParam) == IDC_NOTIFY_DISCONNECT)
         {
             LOG4CXX_INFO(logger, L"Disconnect asked from the notice.");
-            PostMessageW(pTray->m_hWnd, WM_COMMAND, IDM_DISCONNECT, 0);
+            PostMessageW(pTray->Window(), WM_COMMAND, IDM_DISCONNECT, 0);
         }
         return TRUE;
     case WM_TIMER:
@@ -473,8 +471,7 @@ INT_PTR CALLBACK NotifyWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPara
         return TRUE;
     case WM_DESTROY:
         KillTimer(hDlg, KV_TIMER_NOTIFY_CLOSE);
-        if (pTray->m_hNotifyDlg == hDlg)
-            pTray->m_hNotifyDlg = nullptr;
+        pTray->NoticeGone(hDlg);
         if (g_bNotifyGradient)
             KvReleaseGradient();
         g_bNotifyGradient = false;

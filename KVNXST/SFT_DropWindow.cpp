@@ -1,6 +1,5 @@
 #include "SFT_DropWindow.h"
 
-#include "KVNXSTWindow.h"
 #include "KvLogging.h"
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::SFT_DropWindow));
@@ -13,33 +12,46 @@ INT_PTR CALLBACK SFTDropWndProc(HWND /*hDlg*/, UINT /*uMsg*/, WPARAM /*wParam*/,
     return FALSE;
 }
 
-int CTaskBarWindow::SFT_CreateTempFiles(MSG_TRAYICON_SFT_INIT_TEMP* /*pInit*/)
+CFileTransfer::~CFileTransfer()
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_CreateTempFiles");
+    DeleteTempFile(1);
+    DeleteTempFile(2);
+}
+
+int CFileTransfer::CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& /*init*/)
+{
+    KvLogBlock logBlock(logger, L"CFileTransfer::CreateTempFiles");
     LOG4CXX_WARN(logger, L"File transfer is not built yet: no temporary files created.");
     return 0;
 }
 
-void CTaskBarWindow::SFT_DeleteTempFile(unsigned int uTempFile)
+void CFileTransfer::DeleteTempFile(unsigned int uTempFile)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_DeleteTempFile");
+    KvLogBlock logBlock(logger, L"CFileTransfer::DeleteTempFile");
     LOG4CXX_WARN(logger, L"File transfer is not built yet: temporary file " << uTempFile << L" not deleted.");
 }
 
-void CTaskBarWindow::SFT_AddDropWindow(MSG_TRAYICON_SFT_DROP_CLIENT* pDrop)
+void CFileTransfer::AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_AddDropWindow");
-    LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window for viewer " << pDrop->dwViewerId);
+    KvLogBlock logBlock(logger, L"CFileTransfer::AddDropWindow");
+    LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window for viewer " << drop.dwViewerId);
 }
 
-void CTaskBarWindow::SFT_RemoveDropWindow(int nViewerId)
+void CFileTransfer::RemoveDropWindow(int nViewerId)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_RemoveDropWindow");
+    KvLogBlock logBlock(logger, L"CFileTransfer::RemoveDropWindow");
     LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window to remove for viewer " << nViewerId);
 }
 
-void CTaskBarWindow::SFT_EraseDropWindow(int nViewerId)
+void CFileTransfer::EraseDropWindow(int nViewerId)
 {
-    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_EraseDropWindow");
+    KvLogBlock logBlock(logger, L"CFileTransfer::EraseDropWindow");
     LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window to erase for viewer " << nViewerId);
+}
+
+void CFileTransfer::DestroyDropWindow()
+{
+    if (IsWindow(m_hDropWnd))
+        DestroyWindow(m_hDropWnd);
+    m_hDropWnd = nullptr;
 }

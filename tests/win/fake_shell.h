@@ -28,13 +28,12 @@ public:
     {
         DWORD dwMessage = 0;
         HWND hWnd = nullptr;
-        UINT uID = 0;
-        UINT uFlags = 0;
-        UINT uCallbackMessage = 0;
+        UINT uID = 0, uFlags = 0, uCallbackMessage = 0;
         std::wstring tip, info, infoTitle;
         DWORD dwInfoFlags = 0;
         std::vector<std::uint8_t> iconBits; // mask bits, then colour bits; empty without an icon
         BOOL bAnswer = FALSE;
+        bool bFromOtherThread = false; // the caller was not the shell window's thread
     };
     // What the shell holds for one icon, merged over the calls that added and modified it.
     struct Icon
@@ -64,7 +63,6 @@ public:
     FakeShell(const FakeShell&) = delete;
     FakeShell& operator=(const FakeShell&) = delete;
 
-    HWND Window() const { return m_hWnd; }
     // True when Shell_NotifyIconW would reach this window.
     bool InFront() const
     {
@@ -104,12 +102,9 @@ private:
     struct Record
     {
         LONG hWnd;
-        UINT uID;
-        UINT uFlags;
-        UINT uCallbackMessage;
+        UINT uID, uFlags, uCallbackMessage;
         WCHAR szTip[128];
-        DWORD dwState;
-        DWORD dwStateMask;
+        DWORD dwState, dwStateMask;
         WCHAR szInfo[256];
         UINT uTimeout;
         WCHAR szInfoTitle[64];
@@ -124,6 +119,7 @@ private:
     {
         Call call;
         call.dwMessage = static_cast<DWORD>(cds.dwData);
+        call.bFromOtherThread = InSendMessage() != FALSE;
         if (cds.cbData < sizeof(Record))
             return FALSE;
         const auto& r = *static_cast<const Record*>(cds.lpData);

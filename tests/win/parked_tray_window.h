@@ -9,6 +9,7 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <memory>
 
 namespace kvtest
@@ -28,32 +29,37 @@ public:
     }
     ~ParkedTrayWindow()
     {
-        if (IsWindow(window->m_hWnd))
-            DestroyWindow(window->m_hWnd);
+        if (IsWindow(window->Window()))
+            DestroyWindow(window->Window());
         window.reset();
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-        {
-        }
+        Pump(0);
         FreeLibrary(g_hResInstance);
         g_hResInstance = nullptr;
     }
     ParkedTrayWindow(const ParkedTrayWindow&) = delete;
     ParkedTrayWindow& operator=(const ParkedTrayWindow&) = delete;
 
-    bool Ready() const { return g_hResInstance != nullptr && window->m_hWnd != nullptr; }
+    bool Ready() const { return g_hResInstance != nullptr && window->Window() != nullptr; }
 
     static constexpr WPARAM kNone = static_cast<WPARAM>(-1);
-    // Takes a posted uMsg from the window's queue, waiting up to ms: its wParam, or kNone.
-    WPARAM Take(UINT uMsg, DWORD ms = 0) const
+    // Takes a posted uMsg from the window's queue: its wParam, or kNone.
+    WPARAM Take(UINT uMsg) const
     {
         MSG msg;
-        for (const ULONGLONG end = GetTickCount64() + ms;; Sleep(20))
+        return PeekMessageW(&msg, window->Window(), uMsg, uMsg, PM_REMOVE) ? msg.wParam : kNone;
+    }
+
+    // Runs this thread's messages for ms, or until done holds.
+    static void Pump(
+        DWORD ms, const std::function<bool()>& done = [] { return false; })
+    {
+        MSG msg;
+        for (const ULONGLONG end = GetTickCount64() + ms; !done(); Sleep(10))
         {
-            if (PeekMessageW(&msg, window->m_hWnd, uMsg, uMsg, PM_REMOVE))
-                return msg.wParam;
+            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+                DispatchMessageW(&msg);
             if (GetTickCount64() >= end)
-                return kNone;
+                return;
         }
     }
 

@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -80,10 +79,6 @@ bool NotePresent()
 }
 
 bool g_bShellUp = true;
-HWND WINAPI FakeFindWindowW(LPCWSTR szClass, LPCWSTR szTitle)
-{
-    return g_bShellUp ? FindWindowW(szClass, szTitle) : nullptr;
-}
 
 class DesktopOptions : public ::testing::Test
 {
@@ -94,7 +89,8 @@ protected:
         for (const DesktopEffect& e : KV_EFFECTS)
             m_session[e.nBit] = Get(e);
         m_wallpaper = Wallpaper();
-        m_api.pfnFindWindowW = FakeFindWindowW;
+        m_api.pfnFindWindowW = [](LPCWSTR szClass, LPCWSTR szTitle) -> HWND
+        { return g_bShellUp ? FindWindowW(szClass, szTitle) : nullptr; };
         g_bShellUp = true;
         m_tray = std::make_unique<ParkedTrayWindow>();
         ASSERT_TRUE(m_tray->Ready());
@@ -102,7 +98,6 @@ protected:
     }
     void TearDown() override
     {
-        m_window->m_nDesktopResets = 1; // the desktop is put back below, not by the window
         m_tray.reset();
         RegDeleteKeyValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged");
         for (const DesktopEffect& e : KV_EFFECTS)
@@ -120,15 +115,14 @@ protected:
     void Apply(int nMask)
     {
         const auto before = Profile();
-        m_window->SetDesktopOptions(nMask);
+        Options().Set(nMask);
         EXPECT_TRUE(before == Profile());
     }
     void Restore()
     {
         const auto before = Profile();
-        m_window->m_nConnections = 0;
         m_window->NotifyDisconnect();
-        EXPECT_EQ(1, m_window->m_nDesktopResets);
+        EXPECT_EQ(1, Options().Changed());
         EXPECT_FALSE(NotePresent());
         EXPECT_TRUE(before == Profile());
     }
@@ -137,6 +131,8 @@ protected:
     std::map<int, DWORD> m_session;
     std::wstring m_wallpaper;
     KvSystemApi m_api = KvDefaultSystemApi();
+    CDesktopOptions& Options() { return m_window->DesktopOptions(); }
+
     std::unique_ptr<ParkedTrayWindow> m_tray;
     CTaskBarWindow* m_window = nullptr;
 };
@@ -157,7 +153,7 @@ TEST_F(DesktopOptions, EachEffectIsSwitchedOffOnlyWhenOnAndPutBackWhenTheLastVie
             ASSERT_EQ(uWasOn, Get(e) != 0);
             Apply(e.nBit);
             EXPECT_EQ(0u, Get(e));
-            EXPECT_EQ(uWasOn ? 1 | e.nBit : 1, m_window->m_nDesktopResets);
+            EXPECT_EQ(uWasOn ? 1 | e.nBit : 1, Options().Changed());
             EXPECT_EQ(uWasOn != 0, NotePresent());
             for (const DesktopEffect& other : KV_EFFECTS)
                 EXPECT_TRUE(other.nBit == e.nBit || Get(other) != 0) << std::hex << other.nBit;
@@ -172,9 +168,7 @@ TEST_F(DesktopOptions, WhatTheUserHadOffOrTooLongToReadBackStaysOff)
     // Paths of 129 and 130 units: only the first fits the 260 bytes read back from the profile.
     const std::wstring folder = L"C:\\kvtest-wallpaper";
     CreateDirectoryW(folder.c_str(), nullptr);
-    const std::wstring fits = folder + L"\\" + std::wstring(129 - folder.size() - 5, L'w') + L".bmp";
-    const std::wstring tooLong = folder + L"\\" + std::wstring(130 - folder.size() - 5, L'w') + L".bmp";
-    ASSERT_EQ(129u, fits.size());
+    const std::wstring fits = folder + L"\\" + std::wstring(105, L'w') + L".bmp", tooLong = fits + L"p";
     const struct
     {
         const char* szCase;
@@ -198,7 +192,7 @@ TEST_F(DesktopOptions, WhatTheUserHadOffOrTooLongToReadBackStaysOff)
         PutWallpaper(r.wallpaper);
         ASSERT_EQ(r.wallpaper, Wallpaper());
         Apply(0x0014);
-        EXPECT_EQ(r.nChanged, m_window->m_nDesktopResets);
+        EXPECT_EQ(r.nChanged, Options().Changed());
         EXPECT_EQ(0u, Get(KV_EFFECTS[0]));
         EXPECT_EQ(L"", Wallpaper());
         Restore();
@@ -206,25 +200,6 @@ TEST_F(DesktopOptions, WhatTheUserHadOffOrTooLongToReadBackStaysOff)
         EXPECT_EQ(r.wallpaperAfter, Wallpaper());
     }
     RemoveDirectoryW(folder.c_str());
-}
-
-TEST_F(DesktopOptions, BitsWithoutASettingAndRequestsOfNothingChangeNothing)
-{
-    for (const DesktopEffect& e : KV_EFFECTS)
-        Put(e, 1);
-    m_window->SetDesktopOptions(0x0009);
-    m_window->m_nDesktopOptions = 0;
-    m_window->SetDesktopOptionsDelayed();
-    m_window->m_nDesktopOptions = 1;
-    m_window->SetDesktopOptionsDelayed();
-    EXPECT_EQ(1, m_window->m_nDesktopResets);
-    EXPECT_FALSE(NotePresent());
-    for (const DesktopEffect& e : KV_EFFECTS)
-        EXPECT_NE(0u, Get(e)) << std::hex << e.nBit;
-    // A new viewer re-applies the last request.
-    m_window->m_nDesktopOptions = 0x0040;
-    m_window->SetDesktopOptionsDelayed();
-    EXPECT_EQ(0x0041, m_window->m_nDesktopResets);
 }
 
 TEST_F(DesktopOptions, BeforeTheShellIsUpTheRequestWaitsForItsTaskbar)
@@ -235,51 +210,40 @@ TEST_F(DesktopOptions, BeforeTheShellIsUpTheRequestWaitsForItsTaskbar)
     Put(fade, 1);
     KvScopedSystemApi scoped(m_api);
     g_bShellUp = false;
-    m_window->SetDesktopOptions(shadow.nBit);
-    EXPECT_EQ(KV_TIMER_DESKTOP_POLL, m_window->m_bDesktopOptionsPending);
-    m_window->SetDesktopOptions(fade.nBit); // ignored while one waits
-    EXPECT_EQ(shadow.nBit, m_window->m_nDesktopOptions);
-
+    Options().Set(shadow.nBit);
+    Options().Set(fade.nBit); // ignored while one waits
     // The window's own timers run: nothing happens while the taskbar is missing.
-    const auto pump = [](DWORD ms, const std::function<bool()>& done)
-    {
-        MSG msg;
-        for (const ULONGLONG end = GetTickCount64() + ms; !done() && GetTickCount64() < end; Sleep(10))
-            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
-                DispatchMessageW(&msg);
-    };
-    pump(1000, [] { return false; });
+    ParkedTrayWindow::Pump(1000);
     EXPECT_NE(0u, Get(shadow));
     g_bShellUp = true;
-    pump(kE2eWait, [&] { return m_window->m_bDesktopOptionsPending == 0; });
+    ParkedTrayWindow::Pump(kE2eWait, [&] { return Options().Changed() != 1; });
     EXPECT_EQ(0u, Get(shadow));
     EXPECT_NE(0u, Get(fade));
-    EXPECT_EQ(1 | shadow.nBit, m_window->m_nDesktopResets);
+    EXPECT_EQ(1 | shadow.nBit, Options().Changed());
 }
 
-// The built agent killed with options off: the next agent started in the session puts them back.
-// Another test's agent may start first and do it; that run proves less and says so.
+// An agent killed with options off left its note: the next agent in the session puts them back.
 TEST_F(DesktopOptions, AKilledAgentsOptionsComeBackWhenTheNextAgentStarts)
 {
-    Put(KV_EFFECTS[2], 1);
-    DWORD dwKilled = 0;
-    {
-        Resident r;
-        ASSERT_TRUE(r.Launch());
-        r.sim.Play({"effects 0x40", "expect 50005"});
-        ASSERT_TRUE(r.WaitForLog("INFO", "DesktopOptions", "m_nDesktopResets=65")) << r.Story();
-        dwKilled = r.agent.Id();
-        EXPECT_EQ(999u, r.agent.End());
-    }
-    if (!NotePresent())
-        GTEST_SKIP() << "another agent restored the options first";
-    Resident r;
-    ASSERT_TRUE(r.Launch());
+    const DesktopEffect& shadow = KV_EFFECTS[2];
+    Put(shadow, 1);
+    Apply(shadow.nBit);
+    ASSERT_TRUE(NotePresent());
+    // The note names a process that has ended.
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    PROCESS_INFORMATION pi = {};
+    wchar_t szLine[] = L"cmd.exe /c exit";
+    ASSERT_TRUE(CreateProcessW(nullptr, szLine, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr,
+                               &si, &pi));
+    WaitForSingleObject(pi.hProcess, INFINITE);
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    const DWORD note[] = {static_cast<DWORD>(1 | shadow.nBit), pi.dwProcessId};
+    RegSetKeyValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged", REG_BINARY, note, sizeof note);
+    ParkedTrayWindow next;
+    EXPECT_NE(0u, Get(shadow));
     EXPECT_FALSE(NotePresent());
-    const std::string restored =
-        "Desktop options left off by process " + std::to_string(dwKilled) + ": mask 65 restored.";
-    if (!r.WaitForLog("INFO", "DesktopOptions", restored, 0))
-        GTEST_SKIP() << "another agent restored the options first";
 }
 
 // The agent's own ends, the service's exit request and the link dropping, put the options back
@@ -287,22 +251,17 @@ TEST_F(DesktopOptions, AKilledAgentsOptionsComeBackWhenTheNextAgentStarts)
 TEST_F(DesktopOptions, TheServicesExitAndADroppedLinkRestoreBeforeTheAgentEnds)
 {
     Put(KV_EFFECTS[2], 1);
-    const struct
-    {
-        const char* szEnd;
-        DWORD dwExitCode;
-    } ends[] = {{"exit", Code(KV_EXIT_CODE_ENDED)}, {"hang-up", 0}};
-    for (const auto& end : ends)
+    for (const std::string end : {"exit", "hang-up"})
     {
         Resident r;
         ASSERT_TRUE(r.Launch());
         r.sim.Play({"effects 0x40", "expect 50005"});
         ASSERT_TRUE(r.WaitForLog("INFO", "DesktopOptions", "m_nDesktopResets=65")) << r.Story();
-        r.sim.Play({end.szEnd});
-        EXPECT_EQ(end.dwExitCode, r.agent.Wait(kE2eWait)) << end.szEnd << r.Story();
-        // Once when switched off, then by each restore (the exit request's and the window's own).
-        EXPECT_LE(2u, CountMessage(r.LogLines(), "INFO", "DesktopOptions", "m_nDesktopResets=65"))
-            << end.szEnd << r.Story();
-        EXPECT_FALSE(NotePresent()) << end.szEnd;
+        r.sim.Play({end});
+        EXPECT_EQ(end == "exit" ? Code(KV_EXIT_CODE_ENDED) : 0u, r.agent.Wait(kE2eWait)) << end << r.Story();
+        // Once when switched off, then by the restore.
+        EXPECT_EQ(2u, CountMessage(r.LogLines(), "INFO", "DesktopOptions", "m_nDesktopResets=65"))
+            << end << r.Story();
+        EXPECT_FALSE(NotePresent()) << end;
     }
 }

@@ -27,9 +27,10 @@ TEST(ResidentAgent, HandshakeAnswersUnknownIdsAndTheServicesExitRequestOnTheWire
     Resident r;
     ASSERT_TRUE(r.Launch());
     // The simulator has checked both echoes byte for byte, the session and the order; the echo
-    // carries the desktop state of a normal desktop.
+    // carries the desktop state of a normal desktop, which Wine's failing session query must not
+    // turn into "nobody at the console" (7).
     EXPECT_TRUE(r.sim.WaitTrace("<< MSG_TYPE_TRAYICON_INIT (16212 bytes) session=" +
-                                    std::to_string(OwnSession()) + " desktop-state=7",
+                                    std::to_string(OwnSession()) + " desktop-state=8",
                                 0));
     r.sim.Play({
         // The desktop watcher reports the state once the versions are exchanged.
@@ -72,7 +73,7 @@ TEST(ResidentAgent, HandshakeAnswersUnknownIdsAndTheServicesExitRequestOnTheWire
 }
 
 // Which picture each policy shows, and the shell's restarts and refusals, are proved in process
-// (test_tray_icon.cpp); here each record that moves the icon reaches it.
+// (test_tray_window.cpp); here each record that moves the icon reaches it.
 TEST(ResidentAgent, TrayIconFollowsViewersAndSettings)
 {
     Resident r;
