@@ -1,5 +1,6 @@
 // The catalogue against the protocol's tables: ids, names, sizes and directions; the records
-// the agent builds against bytes laid out by hand; the fixed offsets of what the service sends.
+// the agent builds against bytes laid out by hand (the header's asserts fix the offsets of what the
+// service sends).
 #include "ByteLayout.h"
 #include "KvServiceMessages.h"
 
@@ -70,33 +71,6 @@ template <typename T> Bytes Plain(const T& rec)
 {
     return Bytes(KvBytes(rec), KvBytes(rec) + sizeof(T));
 }
-
-// A field of a record read from bytes; a string field gives its first unit. ~0 when refused.
-constexpr std::uint64_t kRefused = ~0ull;
-template <typename F> std::uint64_t Value(const F& field)
-{
-    return static_cast<std::uint64_t>(field);
-}
-template <typename C, std::size_t N> std::uint64_t Value(const C (&text)[N])
-{
-    return text[0];
-}
-template <typename T, auto Member> std::uint64_t ReadField(const Bytes& bytes)
-{
-    auto rec = std::make_unique<T>();
-    return KvRecordFromBytes(*rec, bytes.data(), bytes.size()) ? Value((*rec).*Member) : kRefused;
-}
-
-struct FieldRow
-{
-    const char* field;
-    std::size_t recordSize;
-    std::size_t offset;
-    std::uint64_t (*read)(const Bytes&);
-};
-// clang-format off
-#define FIELD(T, member, size, offset) FieldRow{#T "::" #member, size, offset, &ReadField<T, &T::member>}
-// clang-format on
 
 } // namespace
 
@@ -208,28 +182,6 @@ TEST(CatalogueTable, AgentRecordsMatchHandLaidBytes)
         const auto diff = std::mismatch(c.want.begin(), c.want.end(), c.got.begin());
         EXPECT_EQ(c.want.end(), diff.first)
             << c.what << ": first difference at offset " << (diff.first - c.want.begin());
-    }
-}
-
-TEST(CatalogueTable, ServiceRecordFieldsAtTheirFixedOffsets)
-{
-    // The header's asserts fix every offset at compile time; these rows prove that a field is read
-    // from the received bytes, as integer and as string, and that a record one byte short is refused.
-    const FieldRow rows[] = {
-        FIELD(MSG_TRAYICON_SETTINGS, szLanguage, 4752, 4744),
-        FIELD(MSG_TRAYICON_CONNECT_INFO, dwViewerId, 1592, 1588),
-        FIELD(MSG_REVERSE_CONNECTION, dwPort, 41164, 38560),
-        FIELD(MSG_TRAYICON_SFT_INIT_TEMP, szDataPath, 1572, 1048),
-        FIELD(MSG_INVITATION_REPLY, dwTextLength, 5716, 5712),
-        FIELD(MSG_PORT_QUERY, dwPort, 80, 8),
-    };
-    std::uint32_t value = 0x4100; // one 16-bit unit, so integer and string fields read it alike
-    for (const FieldRow& row : rows)
-    {
-        const Bytes bytes = Layout(row.recordSize, {{row.offset, ++value}});
-        EXPECT_EQ(value, row.read(bytes)) << row.field;
-        const Bytes shortBy1(bytes.begin(), bytes.end() - 1);
-        EXPECT_EQ(kRefused, row.read(shortBy1)) << row.field << ": a short buffer must be refused";
     }
 }
 
