@@ -1,6 +1,7 @@
 // The built agent started as a process: which mode a command line reaches, with which numbers,
 // and the exact exit codes, read inside Wine with GetExitCodeProcess. The parsing itself is the
-// host test's; one or two lines per behaviour here prove the wiring.
+// host test's, the session actions' the in-process one's (test_startup.cpp); one line per mode here
+// proves the wiring.
 #include "test_agent_support.h"
 
 #include "KVNXST.h"
@@ -24,16 +25,10 @@ TEST(AgentCommandLine, OneShotOptionsReachTheirModeWithTheirArguments)
         const char* szMessage; // exact
     } cases[] = {
         {L"-Permission 5000 2", 0, "INFO", "ClientPermissionDialog", "nPort=5000 nAfType=2"},
-        {L"-Invitation 5001 23", 0, "INFO", "ClientPermissionDialog", "nPort=5001 nAfType=23"},
         // An earlier row wins; its numbers come after the line's first blank, wherever it stands.
         {L"cert -ValidateCert -Permission 5002 2", 0, "INFO", "ClientPermissionDialog", "nPort=0 nAfType=0"},
         {L"-Permission", 0, "WARN", "KVNXST", "-Permission needs a port and an address family."},
         {L"C:\\cert.der -ValidateCert now", 1, "INFO", "KVNXST", "Displaying ValidateCert dialog"},
-        // No settings library beside the agent: both settings modes fail.
-        {L"-SettingsAsApplication", 0, "INFO", "KVNXST", "Running -SettingsAsApplication"},
-        {L"-Settings", 0, "INFO", "KVNXST", "Running -Settings"},
-        // Under Wine the input desktop is the test's own, unlocked.
-        {L"-ConsoleLock", KV_EXIT_CONSOLE_USABLE, "INFO", "KVNXST", "Running -ConsoleLock"},
         {L"-onetimesession", 1, "ERROR", "KVNXST", "-onetimesession needs to followed by port parameter."},
         {L"-onetimesession 0x10", 1, "ERROR", "KVNXST", "Error converting one-time KVNXST port parameter."},
     };
@@ -63,7 +58,6 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
         {L"5000", REG_NONE, 0, 5000},
         {L"", REG_NONE, 0, 6129},
         {L"5000", REG_DWORD, 4, 7000},
-        {L"", REG_DWORD, 4, 7000},
         {L"-onetimesession 6200", REG_DWORD, 4, 6200},
         // The service's value counts only as a four-byte DWORD.
         {L"5000", REG_DWORD, 2, 5000},
@@ -71,8 +65,6 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
         {L"5000", REG_DWORD_BIG_ENDIAN, 4, 5000},
         // Bad input (the host test has the rest): still the tray agent, on a port it warns about.
         {L"-Logoffx", REG_NONE, 0, 0},
-        {L"99999999999", REG_NONE, 0, 2147483647},
-        {L"-onetimesession 99999999999", REG_NONE, 0, 4294967295},
     };
     // One desktop for all: each agent has ended before the next starts, and Wine starts a shell for
     // every new desktop.
@@ -151,4 +143,38 @@ TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
     EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST",
                                "No resource library; the agent's own resources apply"));
     EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode);
+}
+
+// The settings modes beside the stand-in settings library, which records its calls in a file named by
+// the environment.
+TEST(AgentSettingsModes, OnlyTheApplicationModeSwitchesTheLibraryAndBothReportTheDialogsAnswer)
+{
+    AgentFolder agent;
+    ASSERT_TRUE(agent.Ready() && agent.Add(L"fake-settings\\KVNXSET.DLL", L"KVNXSET.DLL"));
+    const std::wstring record = agent.Path() + L"record.txt";
+    SetEnvironmentVariableW(L"KVNXST_TEST_RECORD", record.c_str());
+    const std::vector<std::string> service{"SettingsDialog owner=0"};
+    const std::vector<std::string> application{"SetApplicationMode", "SettingsDialog owner=0"};
+    const struct
+    {
+        const wchar_t* szDialogResult; // null: the stand-in's own, 1
+        const wchar_t* szCmdLine;
+        DWORD dwExitCode;
+        const std::vector<std::string>& calls;
+    } cases[] = {
+        // Wine runs as an administrator: the write-access probe passes and nothing is asked first.
+        {nullptr, L"-Settings", 1, service},
+        {nullptr, L"-SettingsAsApplication", 1, application},
+        {L"0", L"-Settings", 0, service},
+        {L"0", L"-SettingsAsApplication", 0, application},
+    };
+    for (const auto& c : cases)
+    {
+        DeleteFileW(record.c_str());
+        SetEnvironmentVariableW(L"KVNXST_TEST_SETTINGS_RESULT", c.szDialogResult);
+        EXPECT_EQ(c.dwExitCode, agent.Run(c.szCmdLine).dwExitCode) << Narrow(c.szCmdLine);
+        EXPECT_EQ(c.calls, Lines(ReadTextFile(record))) << Narrow(c.szCmdLine);
+    }
+    SetEnvironmentVariableW(L"KVNXST_TEST_RECORD", nullptr);
+    SetEnvironmentVariableW(L"KVNXST_TEST_SETTINGS_RESULT", nullptr);
 }

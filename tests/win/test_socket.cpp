@@ -1,5 +1,6 @@
 // CKvSocket against loopback peers made with plain Winsock, and with a resolver that fails on cue.
 #include "KvSocket.h"
+#include "SimSocket.h"
 
 #include <gtest/gtest.h>
 
@@ -11,33 +12,19 @@
 namespace
 {
 
-const bool g_bWinsock = []
-{
-    WSADATA data;
-    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
-}();
+const bool g_bWinsock = kvsim::SocketStartup();
 
-// The peer side on 127.0.0.1, nothing of CKvSocket.
+// The peer side on 127.0.0.1, made with the simulator's socket calls: nothing of CKvSocket.
 struct Peer
 {
-    explicit Peer(int nType = SOCK_STREAM) : hListen(socket(AF_INET, nType, 0))
+    explicit Peer(bool bStream = true)
     {
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int cb = sizeof addr;
-        bind(hListen, reinterpret_cast<sockaddr*>(&addr), cb);
-        listen(hListen, 1); // fails harmlessly for datagrams
-        getsockname(hListen, reinterpret_cast<sockaddr*>(&addr), &cb);
+        std::string error;
+        EXPECT_TRUE(kvsim::OpenLoopback(listener, bStream, false, 0, error)) << error;
     }
-    ~Peer()
-    {
-        closesocket(hConn);
-        closesocket(hListen);
-    }
-    unsigned Port() const { return ntohs(addr.sin_port); }
+    unsigned Port() const { return kvsim::LocalPort(listener); }
 
-    SOCKET hListen, hConn = INVALID_SOCKET;
-    sockaddr_in addr = {};
+    kvsim::Socket listener, conn;
 };
 
 // A CKvSocket connected to a stream peer.
@@ -46,7 +33,7 @@ struct Connected : Peer
     Connected()
     {
         EXPECT_EQ(1, sock.Connect(L"127.0.0.1", Port(), SOCK_STREAM, 0));
-        hConn = accept(hListen, nullptr, nullptr);
+        conn = kvsim::Accept(listener);
     }
     CKvSocket sock;
 };
@@ -72,7 +59,7 @@ TEST(KvSocketStream, ReadExactAssemblesARecordFromPieces)
             {
                 const int cuts[] = {0, 1, 701, 1592};
                 for (int i = 0; i < 3; ++i, Sleep(100))
-                    send(c.hConn, &record[cuts[i]], cuts[i + 1] - cuts[i], 0);
+                    send(c.conn.Get(), &record[cuts[i]], cuts[i + 1] - cuts[i], 0);
             });
         std::vector<char> got(1592);
         EXPECT_EQ(1, c.sock.ReadExact(got.data(), 1592)) << bNonBlocking;
@@ -82,17 +69,9 @@ TEST(KvSocketStream, ReadExactAssemblesARecordFromPieces)
     }
 }
 
-TEST(KvSocketStream, ReadFailsWhenThePeerClosesMidRecordOrTheOwnerCloses)
+// A peer that closes mid-record ends the built agent (test_resident_e2e.cpp).
+TEST(KvSocketStream, ReadFailsWhenTheOwnerClosesFromAnotherThread)
 {
-    {
-        Connected c;
-        send(c.hConn, Pattern(100).data(), 100, 0);
-        closesocket(c.hConn);
-        c.hConn = INVALID_SOCKET;
-        char buf[200];
-        EXPECT_EQ(0, c.sock.ReadExact(buf, 200));
-        EXPECT_NE(INVALID_SOCKET, c.sock.GetHandle()) << "left for the owner to close";
-    }
     Connected c;
     std::atomic<int> nResult{-1};
     std::thread reader(
@@ -131,7 +110,7 @@ TEST(KvSocketStream, TimeoutsNeedASocketAndEndAWaitingRead)
 
 TEST(KvSocketDatagram, ReadOnceWantsOneWholeDatagram)
 {
-    Peer peer(SOCK_DGRAM);
+    Peer peer(false);
     CKvSocket sock;
     ASSERT_EQ(1, sock.Connect("127.0.0.1", peer.Port(), SOCK_DGRAM, 0));
     ASSERT_EQ(1, sock.SetTimeouts(2000));
@@ -139,11 +118,10 @@ TEST(KvSocketDatagram, ReadOnceWantsOneWholeDatagram)
     ASSERT_EQ(1, sock.Send(record.data(), 80));
     // The agent's address comes with its datagram.
     std::vector<char> buf(80);
-    sockaddr_in agent = {};
-    int cb = sizeof agent;
-    EXPECT_EQ(80, recvfrom(peer.hListen, buf.data(), 80, 0, reinterpret_cast<sockaddr*>(&agent), &cb));
-    const auto answer = [&](int nOffset, int nLength)
-    { sendto(peer.hListen, &record[nOffset], nLength, 0, reinterpret_cast<sockaddr*>(&agent), cb); };
+    kvsim::PeerAddress agent;
+    EXPECT_EQ(80, kvsim::RecvFrom(peer.listener, reinterpret_cast<std::uint8_t*>(buf.data()), 80, agent));
+    const auto answer = [&](int nOffset, size_t cb)
+    { kvsim::SendTo(peer.listener, reinterpret_cast<const std::uint8_t*>(&record[nOffset]), cb, agent); };
 
     // Two short ones in a row must not add up to one record.
     answer(0, 40);
