@@ -74,30 +74,20 @@ TEST(RecordDecoder, BadInputOutcomes)
         std::uint32_t maxChat;
         std::vector<S> statuses;
     } cases[] = {
+        // clang-format off
         {"peer vanished inside the id", Bytes(3, 0x44), ToAgent, 4096, {S::ShortRecord}},
         {"peer vanished one byte short", Layout(39, {{0, 4400}}), ToAgent, 4096, {S::ShortRecord}},
-        {"unknown id skipped, the next read",
-         Layout(12, {{0, 12345}, {4, 50009}}),
-         ToAgent,
-         4096,
+        {"unknown id skipped, the next read", Layout(12, {{0, 12345}, {4, 50009}}), ToAgent, 4096,
          {S::UnknownId, S::Record}},
-        {"a bare 70040 is a request only from the agent",
-         Layout(4, {{0, 70040}}),
-         ToAgent,
-         4096,
+        {"a bare 70040 is a request only from the agent", Layout(4, {{0, 70040}}), ToAgent, 4096,
          {S::ShortRecord}},
-        {"settings only come from the service",
-         Layout(4, {{0, 40003}}),
-         KvDirection::ToService,
-         4096,
+        {"settings only come from the service", Layout(4, {{0, 40003}}), KvDirection::ToService, 4096,
          {S::UnknownId}},
         {"chat body at the bound", Chat(16), ToAgent, 16, {S::Record}},
         {"chat body over the bound", Chat(18), ToAgent, 16, {S::ChatTooLong}},
-        {"chat length announced huge, no body awaited",
-         Layout(528, {{0, 75001}, {524, ~0u}}),
-         ToAgent,
-         KV_MAX_CHAT_BODY_BYTES,
-         {S::ChatTooLong}},
+        {"chat length announced huge, no body awaited", Layout(528, {{0, 75001}, {524, ~0u}}), ToAgent,
+         KV_MAX_CHAT_BODY_BYTES, {S::ChatTooLong}},
+        // clang-format on
     };
     for (const auto& c : cases)
     {
