@@ -178,3 +178,29 @@ TEST(AgentSettingsModes, OnlyTheApplicationModeSwitchesTheLibraryAndBothReportTh
     SetEnvironmentVariableW(L"KVNXST_TEST_RECORD", nullptr);
     SetEnvironmentVariableW(L"KVNXST_TEST_SETTINGS_RESULT", nullptr);
 }
+
+// The shipped logging configuration writes into the user's TEMP, here the agent folder's "temp".
+TEST(AgentLogging, ShippedConfigurationWritesInfoIntoTheUsersTempFolder)
+{
+    AgentFolder agent;
+    const std::wstring temp = agent.Path() + L"temp";
+    ASSERT_TRUE(CreateDirectoryW(temp.c_str(), nullptr));
+    WriteTextFile(agent.Path() + L"KVNXST.Logging.xml", ReadTextFile(ModuleFolder() + L"KVNXST.Logging.xml"));
+    std::wstring environment;
+    wchar_t* env = GetEnvironmentStringsW();
+    for (const wchar_t* p = env; *p != L'\0'; p += wcslen(p) + 1)
+        if (_wcsnicmp(p, L"TEMP=", 5) != 0 && _wcsnicmp(p, L"TMP=", 4) != 0)
+            environment += std::wstring(p) + L'\0';
+    FreeEnvironmentStringsW(env);
+    environment += L"TEMP=" + temp + L'\0' + L"TMP=" + temp + L'\0';
+    // A one-time agent: no single-instance check.
+    const AgentRun run = agent.Run(L"-onetimesession 6200 shipped", std::wstring(), environment.c_str());
+    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << run.log;
+
+    const std::string text = ReadTextFile(temp + L"\\KVNXST.log");
+    // Date, time, level, logger, thread, location, message; no TRACE.
+    const std::string main = "main@" + std::to_string(run.dwMainThread);
+    EXPECT_NE(std::string::npos, text.find(" INFO  KVNXST [" + main + "] KVNXST.cpp:")) << text;
+    EXPECT_NE(std::string::npos, text.find(" - lpCmdLine=-onetimesession 6200 shipped\r\n")) << text;
+    EXPECT_EQ(std::string::npos, text.find("entering.")) << text;
+}
