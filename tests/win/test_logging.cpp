@@ -91,7 +91,7 @@ TEST(LogFrame, TraceBlockLogsEntryAndExitAtTheCallersPlaceUnderTheThreadName)
     EXPECT_EQ(0u, lines[3].find("INFO|KVNXSTWindow|ConnectionInfo@")) << lines[3];
 }
 
-TEST(LogFrame, TraceOffLogsNothingKeepsNoNameAndNeverALoneExit)
+TEST(LogFrame, TraceOffLogsNothingAndNeverALoneExit)
 {
     LogCapture log("INFO");
     {

@@ -46,7 +46,6 @@ TEST(RecordDecoder, WholeRecordsComeOutHoweverTheBytesAreSplit)
     for (const auto& ev : DecodeAll(stream, KvDirection::ToAgent))
         whole.push_back(ev.record);
     ASSERT_EQ(6u, whole.size());
-    EXPECT_EQ(534u, whole[3].size());
 
     for (std::size_t chunk = 1; chunk <= 600; chunk += (chunk < 16 ? 1 : 37))
     {

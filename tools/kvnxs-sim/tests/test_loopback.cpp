@@ -94,10 +94,6 @@ TEST(Loopback, RunsThatMustFail)
         Fault fault;
         std::vector<const char*> traced;
     } cases[] = {
-        {"a wrongly sized record",
-         {"connect alice"},
-         {MSG_TYPE_TRAYICON_INIT, 8, 10},
-         {"PROTOCOL ERROR: unknown type id", "handshake stalled"}},
         {"the agent vanishing mid-record",
          {"connect alice"},
          {MSG_TYPE_TRAYICON_SETTINGS, 1068, 100, true},
