@@ -22,13 +22,11 @@ TEST(TrayIconPolicy, ShowOrRemoveByPolicyModeAndConnections)
         KvTrayAction expected;
     } cases[] = {
         {1, false, 1, false, A::ModifyOrAdd},
-        {1, true, 0, false, A::ModifyOrAdd},
         // Policy 2 in attended mode: only while a viewer is connected.
         {2, true, 1, false, A::ModifyOrAdd},
         {2, false, 1, false, A::Delete},
         {2, false, 1, true, A::Delete},
         {2, false, 0, false, A::ModifyOrAdd},
-        {3, false, 1, false, A::ModifyOrAdd},
         {0xFFFFFFFF, false, 1, false, A::ModifyOrAdd},
         // Policy 0: no icon in attended mode, unless one-time.
         {0, true, 1, false, A::Delete},

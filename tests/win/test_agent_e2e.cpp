@@ -1,6 +1,7 @@
 // The built agent started as a process: which mode a command line reaches, with which numbers,
 // and the exact exit codes, read inside Wine with GetExitCodeProcess. The parsing itself is the
-// host test's; one or two lines per behaviour here prove the wiring.
+// host test's, the session actions' the in-process one's (test_startup.cpp); one line per mode here
+// proves the wiring.
 #include "test_agent_support.h"
 
 #include "KVNXST.h"
@@ -11,42 +12,7 @@
 
 using namespace kvtest;
 
-TEST(AgentCommandLine, OneShotOptionsReachTheirModeWithTheirArguments)
-{
-    AgentFolder agent;
-    ASSERT_TRUE(agent.Ready());
-    const struct
-    {
-        const wchar_t* szCmdLine;
-        int nExitCode;
-        const char* szLevel;
-        const char* szLogger;
-        const char* szMessage; // exact
-    } cases[] = {
-        {L"-Permission 5000 2", 0, "INFO", "ClientPermissionDialog", "nPort=5000 nAfType=2"},
-        {L"-Invitation 5001 23", 0, "INFO", "ClientPermissionDialog", "nPort=5001 nAfType=23"},
-        // An earlier row wins; its numbers come after the line's first blank, wherever it stands.
-        {L"cert -ValidateCert -Permission 5002 2", 0, "INFO", "ClientPermissionDialog", "nPort=0 nAfType=0"},
-        {L"-Permission", 0, "WARN", "KVNXST", "-Permission needs a port and an address family."},
-        {L"C:\\cert.der -ValidateCert now", 1, "INFO", "KVNXST", "Displaying ValidateCert dialog"},
-        // No settings library beside the agent: both settings modes fail.
-        {L"-SettingsAsApplication", 0, "INFO", "KVNXST", "Running -SettingsAsApplication"},
-        {L"-Settings", 0, "INFO", "KVNXST", "Running -Settings"},
-        // Under Wine the input desktop is the test's own, unlocked.
-        {L"-ConsoleLock", KV_EXIT_CONSOLE_USABLE, "INFO", "KVNXST", "Running -ConsoleLock"},
-        {L"-onetimesession", 1, "ERROR", "KVNXST", "-onetimesession needs to followed by port parameter."},
-        {L"-onetimesession 0x10", 1, "ERROR", "KVNXST", "Error converting one-time KVNXST port parameter."},
-    };
-    for (const auto& c : cases)
-    {
-        const AgentRun run = agent.Run(c.szCmdLine);
-        EXPECT_EQ(Code(c.nExitCode), run.dwExitCode) << Narrow(c.szCmdLine) << "\n" << run.log;
-        EXPECT_EQ(1u, CountMessage(run.lines, c.szLevel, c.szLogger, c.szMessage)) << run.log;
-        EXPECT_EQ(0u, run.Count("|uiPort=")) << run.log;
-    }
-}
-
-TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLineElseTheDefault)
+TEST(AgentCommandLine, EachLineReachesItsModeWithItsNumbersAndTheTrayAgentItsPort)
 {
     AgentFolder agent;
     ASSERT_TRUE(agent.Ready());
@@ -55,24 +21,37 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
     const unsigned long long k7000 = 7000; // the first four bytes are a DWORD 7000
     const struct
     {
-        std::wstring cmdLine;
+        const wchar_t* szCmdLine;
         DWORD dwPortType; // REG_NONE: no "Port" value
         DWORD cbPort;
-        std::uint32_t uiPort;
+        int nExitCode;
+        const char* szLevel;
+        const char* szLogger;
+        const char* szMessage; // exact
     } cases[] = {
-        {L"5000", REG_NONE, 0, 5000},
-        {L"", REG_NONE, 0, 6129},
-        {L"5000", REG_DWORD, 4, 7000},
-        {L"", REG_DWORD, 4, 7000},
-        {L"-onetimesession 6200", REG_DWORD, 4, 6200},
-        // The service's value counts only as a four-byte DWORD.
-        {L"5000", REG_DWORD, 2, 5000},
-        {L"5000", REG_QWORD, 8, 5000},
-        {L"5000", REG_DWORD_BIG_ENDIAN, 4, 5000},
+        // clang-format off
+        {L"-Permission 5000 2", REG_NONE, 0, 0, "INFO", "ClientPermissionDialog", "nPort=5000 nAfType=2"},
+        // An earlier row wins; its numbers come after the line's first blank, wherever it stands.
+        {L"cert -ValidateCert -Permission 5002 2", REG_NONE, 0, 0, "INFO", "ClientPermissionDialog",
+         "nPort=0 nAfType=0"},
+        {L"-Permission", REG_NONE, 0, 0, "WARN", "KVNXST", "-Permission needs a port and an address family."},
+        {L"C:\\cert.der -ValidateCert now", REG_NONE, 0, 1, "INFO", "KVNXST", "Displaying ValidateCert dialog"},
+        {L"-onetimesession", REG_NONE, 0, 1, "ERROR", "KVNXST",
+         "-onetimesession needs to followed by port parameter."},
+        {L"-onetimesession 0x10", REG_NONE, 0, 1, "ERROR", "KVNXST",
+         "Error converting one-time KVNXST port parameter."},
+        // Anything else is the tray agent (closed by the test), on the service's port, else the line's,
+        // else the default; the service's value counts only as a four-byte DWORD.
+        {L"5000", REG_NONE, 0, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=5000"},
+        {L"", REG_NONE, 0, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=6129"},
+        {L"5000", REG_DWORD, 4, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=7000"},
+        {L"-onetimesession 6200", REG_DWORD, 4, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=6200"},
+        {L"5000", REG_DWORD, 2, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=5000"},
+        {L"5000", REG_QWORD, 8, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=5000"},
+        {L"5000", REG_DWORD_BIG_ENDIAN, 4, kTrayAgentClosed, "INFO", "KVNXSTWindow", "uiPort=5000"},
         // Bad input (the host test has the rest): still the tray agent, on a port it warns about.
-        {L"-Logoffx", REG_NONE, 0, 0},
-        {L"99999999999", REG_NONE, 0, 2147483647},
-        {L"-onetimesession 99999999999", REG_NONE, 0, 4294967295},
+        {L"-Logoffx", REG_NONE, 0, kTrayAgentClosed, "WARN", "KVNXST", "uiPort=0 is not a TCP port"},
+        // clang-format on
     };
     // One desktop for all: each agent has ended before the next starts, and Wine starts a shell for
     // every new desktop.
@@ -82,16 +61,10 @@ TEST(AgentCommandLine, AnythingElseIsTheTrayAgentOnThePortOfTheServiceElseTheLin
     {
         port.Remove();
         ASSERT_TRUE(c.dwPortType == REG_NONE || port.Set(c.dwPortType, &k7000, c.cbPort));
-        const std::string shown = Narrow(c.cmdLine.substr(0, 30));
-        const AgentRun run = agent.Run(c.cmdLine, desktop.Name());
-        EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << shown << "\n" << run.log.substr(0, 3000);
-        EXPECT_EQ(1u, run.Count("|lpCmdLine=" + Narrow(c.cmdLine))) << shown;
-        const std::string used = "uiPort=" + std::to_string(c.uiPort);
-        EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXSTWindow", used)) << shown;
-        EXPECT_EQ(KvIsTcpPort(c.uiPort) ? 0u : 1u,
-                  CountMessage(run.lines, "WARN", "KVNXST", used + " is not a TCP port"))
-            << shown;
-        EXPECT_EQ(0u, run.Count("|Running ")) << shown;
+        const AgentRun run = agent.Run(c.szCmdLine, desktop.Name());
+        const std::string shown = Narrow(c.szCmdLine) + "\n" + run.log.substr(0, 3000);
+        EXPECT_EQ(Code(c.nExitCode), run.dwExitCode) << shown;
+        EXPECT_EQ(1u, CountMessage(run.lines, c.szLevel, c.szLogger, c.szMessage)) << shown;
     }
 }
 
@@ -151,4 +124,64 @@ TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
     EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST",
                                "No resource library; the agent's own resources apply"));
     EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode);
+}
+
+// The settings modes beside the stand-in settings library, which records its calls in a file named by
+// the environment.
+TEST(AgentSettingsModes, OnlyTheApplicationModeSwitchesTheLibraryAndBothReportTheDialogsAnswer)
+{
+    AgentFolder agent;
+    ASSERT_TRUE(agent.Ready() && agent.Add(L"fake-settings\\KVNXSET.DLL", L"KVNXSET.DLL"));
+    const std::wstring record = agent.Path() + L"record.txt";
+    SetEnvironmentVariableW(L"KVNXST_TEST_RECORD", record.c_str());
+    const std::vector<std::string> service{"SettingsDialog owner=0"};
+    const std::vector<std::string> application{"SetApplicationMode", "SettingsDialog owner=0"};
+    const struct
+    {
+        const wchar_t* szDialogResult; // null: the stand-in's own, 1
+        const wchar_t* szCmdLine;
+        DWORD dwExitCode;
+        const std::vector<std::string>& calls;
+    } cases[] = {
+        // Wine runs as an administrator: the write-access probe passes and nothing is asked first.
+        {nullptr, L"-Settings", 1, service},
+        {nullptr, L"-SettingsAsApplication", 1, application},
+        {L"0", L"-Settings", 0, service},
+        {L"0", L"-SettingsAsApplication", 0, application},
+    };
+    for (const auto& c : cases)
+    {
+        DeleteFileW(record.c_str());
+        SetEnvironmentVariableW(L"KVNXST_TEST_SETTINGS_RESULT", c.szDialogResult);
+        EXPECT_EQ(c.dwExitCode, agent.Run(c.szCmdLine).dwExitCode) << Narrow(c.szCmdLine);
+        EXPECT_EQ(c.calls, Lines(ReadTextFile(record))) << Narrow(c.szCmdLine);
+    }
+    SetEnvironmentVariableW(L"KVNXST_TEST_RECORD", nullptr);
+    SetEnvironmentVariableW(L"KVNXST_TEST_SETTINGS_RESULT", nullptr);
+}
+
+// The shipped logging configuration writes into the user's TEMP, here the agent folder's "temp".
+TEST(AgentLogging, ShippedConfigurationWritesInfoIntoTheUsersTempFolder)
+{
+    AgentFolder agent;
+    const std::wstring temp = agent.Path() + L"temp";
+    ASSERT_TRUE(CreateDirectoryW(temp.c_str(), nullptr));
+    WriteTextFile(agent.Path() + L"KVNXST.Logging.xml", ReadTextFile(ModuleFolder() + L"KVNXST.Logging.xml"));
+    std::wstring environment;
+    wchar_t* env = GetEnvironmentStringsW();
+    for (const wchar_t* p = env; *p != L'\0'; p += wcslen(p) + 1)
+        if (_wcsnicmp(p, L"TEMP=", 5) != 0 && _wcsnicmp(p, L"TMP=", 4) != 0)
+            environment += std::wstring(p) + L'\0';
+    FreeEnvironmentStringsW(env);
+    environment += L"TEMP=" + temp + L'\0' + L"TMP=" + temp + L'\0';
+    // A one-time agent: no single-instance check.
+    const AgentRun run = agent.Run(L"-onetimesession 6200 shipped", std::wstring(), environment.c_str());
+    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode) << run.log;
+
+    const std::string text = ReadTextFile(temp + L"\\KVNXST.log");
+    // Date, time, level, logger, thread, location, message; no TRACE.
+    const std::string main = "main@" + std::to_string(run.dwMainThread);
+    EXPECT_NE(std::string::npos, text.find(" INFO  KVNXST [" + main + "] KVNXST.cpp:")) << text;
+    EXPECT_NE(std::string::npos, text.find(" - lpCmdLine=-onetimesession 6200 shipped\r\n")) << text;
+    EXPECT_EQ(std::string::npos, text.find("entering.")) << text;
 }

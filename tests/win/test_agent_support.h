@@ -83,19 +83,6 @@ struct AgentRun
     size_t Count(const std::string& part) const { return CountContaining(lines, part); }
 };
 
-// The tray window of process dwProcessId on the named desktop (empty: this thread's), or null.
-inline HWND FindTrayWindow(const std::wstring& desktop, DWORD dwProcessId)
-{
-    for (HWND hWnd : DesktopWindows(desktop, L"Kestrova Vexa Tray Icon Class"))
-    {
-        DWORD dwOwner = 0;
-        GetWindowThreadProcessId(hWnd, &dwOwner);
-        if (dwOwner == dwProcessId)
-            return hWnd;
-    }
-    return nullptr;
-}
-
 // An agent started without waiting for it. It runs until it ends on its own or the test ends
 // it; the object ends it (exit code 999) at the latest when it goes.
 class AgentProcess
@@ -114,11 +101,7 @@ public:
         End();
         CloseHandle(m_hProcess);
     }
-    AgentProcess(AgentProcess&& other) noexcept
-        : m_hProcess(other.m_hProcess), m_dwId(other.m_dwId), m_dwMainThread(other.m_dwMainThread)
-    {
-        other.m_hProcess = nullptr;
-    }
+    AgentProcess(AgentProcess&& other) noexcept { *this = std::move(other); }
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
     // The agent held before goes with the other object.
@@ -214,7 +197,8 @@ public:
                     run.dwExitCode = dwCode;
                 else if (!bClosed)
                 {
-                    HWND hTray = FindTrayWindow(desktop, agent.Id());
+                    HWND hTray =
+                        kvui::WaitForWindow({L"Kestrova Vexa Tray Icon Class", L"", agent.Id(), desktop});
                     bClosed = hTray != nullptr && PostMessageW(hTray, WM_CLOSE, 0, 0);
                 }
             }

@@ -1,8 +1,7 @@
-// The permission question in this process: CreatePermissionDialog on a thread of its own, on a
-// desktop of the test's own, against a datagram peer played by the test: its countdown, and the
-// requests it answers without asking. The answers are checked by the simulator's own record check;
-// the console state, the beeps and the flashes come through the system table. What it shows and
-// the user's answers are proved end to end (test_permission_e2e.cpp).
+// The permission question in this process, on a desktop of the test's own, against a datagram peer
+// played by the test with the simulator's record checks: its countdown, and the requests it answers
+// without asking. The console state, beeps and flashes come through the system table. What it shows
+// and the user's answers are proved end to end (test_permission_e2e.cpp).
 #include "test_agent_support.h"
 #include "test_log_capture.h"
 
@@ -11,12 +10,10 @@
 #include "KvServiceMessages.h"
 #include "KvSystemApi.h"
 #include "SimRecords.h"
+#include "SimSocket.h"
 #include "UiDriver.h"
 #include "UtilWTS.h"
 #include "resource.h"
-
-#include <winsock2.h>
-#include <ws2tcpip.h>
 
 #include <gtest/gtest.h>
 
@@ -74,41 +71,23 @@ class Peer
 public:
     Peer()
     {
-        WSADATA wsa;
-        WSAStartup(MAKEWORD(2, 2), &wsa);
-        m_s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-        sockaddr_in at = {};
-        at.sin_family = AF_INET;
-        at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int cb = sizeof at;
-        if (bind(m_s, reinterpret_cast<sockaddr*>(&at), sizeof at) == 0 &&
-            getsockname(m_s, reinterpret_cast<sockaddr*>(&at), &cb) == 0)
-            m_nPort = ntohs(at.sin_port);
+        std::string error;
+        m_bOpen = kvsim::SocketStartup() && kvsim::OpenLoopback(m_s, false, false, 0, error);
     }
-    ~Peer()
-    {
-        closesocket(m_s);
-        WSACleanup();
-    }
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
 
-    int Port() const { return m_nPort; }
+    int Port() const { return m_bOpen ? kvsim::LocalPort(m_s) : 0; }
     // One datagram within ms; empty when none came.
     std::vector<std::uint8_t> Receive(DWORD ms)
     {
-        setsockopt(m_s, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&ms), sizeof ms);
+        kvsim::SetReceiveTimeout(m_s, ms);
         std::vector<std::uint8_t> data(65536);
-        int cbFrom = sizeof m_from;
-        const int n = recvfrom(m_s, reinterpret_cast<char*>(data.data()), static_cast<int>(data.size()), 0,
-                               reinterpret_cast<sockaddr*>(&m_from), &cbFrom);
-        data.resize(n > 0 ? static_cast<size_t>(n) : 0);
+        data.resize(
+            static_cast<size_t>(std::max(0L, kvsim::RecvFrom(m_s, data.data(), data.size(), m_from))));
         return data;
     }
-    bool Send(const void* p, int cb)
+    bool Send(const void* p, size_t cb)
     {
-        return sendto(m_s, static_cast<const char*>(p), cb, 0, reinterpret_cast<const sockaddr*>(&m_from),
-                      sizeof m_from) == cb;
+        return kvsim::SendTo(m_s, static_cast<const std::uint8_t*>(p), cb, m_from);
     }
     // Answers the query with this request.
     bool Ask(const MSG_PERMISSION_RECORD& request)
@@ -118,26 +97,26 @@ public:
                Send(&request, sizeof request);
     }
     // The answer, checked as the service's simulator checks it; 0 when there is none or it is bad.
-    std::uint32_t Answer(const MSG_PERMISSION_RECORD& request, std::string* pProblems)
+    std::uint32_t Answer(const MSG_PERMISSION_RECORD& request)
     {
         const std::vector<std::uint8_t> answer = Receive(kWait);
-        for (const std::string& p : kvsim::CheckPermissionAnswer(answer.data(), answer.size(), request))
-            *pProblems += p + "\n";
-        return pProblems->empty() ? reinterpret_cast<const MSG_PERMISSION_RECORD*>(answer.data())->dwResult
-                                  : 0;
+        const std::vector<std::string> problems =
+            kvsim::CheckPermissionAnswer(answer.data(), answer.size(), request);
+        for (const std::string& p : problems)
+            ADD_FAILURE() << p;
+        return problems.empty() ? reinterpret_cast<const MSG_PERMISSION_RECORD*>(answer.data())->dwResult : 0;
     }
 
 private:
-    SOCKET m_s = INVALID_SOCKET;
-    int m_nPort = 0;
-    sockaddr_in m_from = {};
+    kvsim::Socket m_s;
+    kvsim::PeerAddress m_from;
+    bool m_bOpen = false;
 };
 
-std::unique_ptr<MSG_PERMISSION_RECORD> Request(const char16_t* text, std::uint32_t bKeep = 0,
-                                               std::uint32_t bDenyDefault = 0, std::uint32_t dwVariant = 0)
+std::unique_ptr<MSG_PERMISSION_RECORD> Request(const char16_t* text)
 {
     auto rec = std::make_unique<MSG_PERMISSION_RECORD>();
-    kvsim::BuildPermissionRequest(*rec, KV_PERMISSION_QUERY_TYPE, text, bKeep, bDenyDefault, dwVariant);
+    kvsim::BuildPermissionRequest(*rec, KV_PERMISSION_QUERY_TYPE, text, 0, 0, 0);
     return rec;
 }
 
@@ -226,26 +205,22 @@ TEST_F(PermissionDialog, CountsDownBeepingAndFlashingInTheLastSixSecondsThenAnsw
         const int nLastSix = std::max(0, std::min(6, 7 - nShown));
         ASSERT_EQ(1 + nLastSix, m_seen.nBeeps.load()) << "at " << nShown << " seconds left";
     }
-    std::string problems;
-    EXPECT_EQ(KV_PERMISSION_TIMEOUT, m_peer.Answer(*request, &problems)) << problems;
+    EXPECT_EQ(KV_PERMISSION_TIMEOUT, m_peer.Answer(*request));
     EXPECT_EQ(1, shown.get());
     EXPECT_EQ((std::vector<BOOL>{TRUE, FALSE, TRUE, FALSE, TRUE, FALSE}), m_seen.flashes);
 }
 
+// Who counts as at the console is the start-up test's table (test_startup.cpp).
 TEST_F(PermissionDialog, NobodyToAskAnswersAtOnceWithoutAWindow)
 {
-    for (const wchar_t* szInput : {L"Winlogon", L"Other"})
-    {
-        m_seen.inputDesktop = szInput;
-        auto request = Request(u"dave asks");
-        std::future<int> shown = Start(m_peer.Port());
-        ASSERT_TRUE(m_peer.Ask(*request));
-        std::string problems;
-        EXPECT_EQ(KV_PERMISSION_NOBODY, m_peer.Answer(*request, &problems)) << problems;
-        EXPECT_EQ(0, shown.get());
-        EXPECT_EQ(nullptr, Dialog(0));
-        EXPECT_EQ(0, m_seen.nBeeps.load());
-    }
+    m_seen.inputDesktop = L"Winlogon";
+    auto request = Request(u"dave asks");
+    std::future<int> shown = Start(m_peer.Port());
+    ASSERT_TRUE(m_peer.Ask(*request));
+    EXPECT_EQ(KV_PERMISSION_NOBODY, m_peer.Answer(*request));
+    EXPECT_EQ(0, shown.get());
+    EXPECT_EQ(nullptr, Dialog(0));
+    EXPECT_EQ(0, m_seen.nBeeps.load());
 }
 
 TEST_F(PermissionDialog, BadPortsShortRequestsAndASilentServiceEndQuietly)
@@ -262,7 +237,7 @@ TEST_F(PermissionDialog, BadPortsShortRequestsAndASilentServiceEndQuietly)
     std::future<int> shown = Start(m_peer.Port());
     ASSERT_FALSE(m_peer.Receive(kWait).empty());
     const std::vector<std::uint8_t> shortRecord(8739, 0);
-    ASSERT_TRUE(m_peer.Send(shortRecord.data(), static_cast<int>(shortRecord.size())));
+    ASSERT_TRUE(m_peer.Send(shortRecord.data(), shortRecord.size()));
     EXPECT_EQ(0, shown.get());
 
     // Nobody answers the query: the socket's time-out ends the wait.

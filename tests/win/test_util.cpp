@@ -1,17 +1,14 @@
-// UtilService against a stand-in service created in the test prefix (Wine's Service Control
-// Manager is real); UtilSettings and UtilFile against a stand-in service program and settings
-// library that record how they were called (fake_record.h).
+// UtilSettings and UtilFile against the stand-in service program and settings library, which
+// record how they were called (fake_record.h). The service's restart, its start and the file
+// information have no caller in the agent and no test here.
 #include "UtilFile.h"
-#include "UtilService.h"
 #include "UtilSettings.h"
 
-#include "stand_in_service.h"
+#include "test_logging_support.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace
@@ -40,102 +37,8 @@ private:
     const std::wstring m_path = m_folder.Path() + L"record.txt";
 };
 
-// A stand-in copied into the agent's folder under the name the agent looks for, until the end of
-// the scope (a process may hold it a moment longer).
-struct PlacedFile
-{
-    PlacedFile(const std::wstring& from, const std::wstring& name) : path(ModuleFolder() + name)
-    {
-        EXPECT_TRUE(CopyFileW((ModuleFolder() + from).c_str(), path.c_str(), FALSE));
-    }
-    ~PlacedFile()
-    {
-        for (int i = 0; i < 50 && !DeleteFileW(path.c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND; ++i)
-            Sleep(100);
-    }
-    const std::wstring path;
-};
-
-// The service "kvnxsv": absent, installed, running, stopped.
-class UtilServiceScm : public ::testing::Test
-{
-protected:
-    kvtest::StandInService m_service;
-};
-
-TEST_F(UtilServiceScm, AbsentServiceIsNeitherInstalledNorRunning)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    EXPECT_EQ(0, IsServiceInstalled());
-    EXPECT_EQ(0u, GetLastError());
-    EXPECT_EQ(0, IsServiceRunning());
-    EXPECT_EQ(static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST), GetLastError());
-    EXPECT_EQ(static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST), StartLocalKvnxsvService());
-}
-
-TEST_F(UtilServiceScm, InstalledServiceThroughStartAndStop)
-{
-    ASSERT_TRUE(m_service.Install()) << GetLastError();
-    EXPECT_EQ(1, IsServiceInstalled());
-    SetLastError(ERROR_IO_PENDING);
-    EXPECT_EQ(0, IsServiceRunning());
-    EXPECT_EQ(0u, GetLastError()) << "a stopped service is no error";
-
-    EXPECT_EQ(0u, StartLocalKvnxsvService());
-    ASSERT_TRUE(m_service.Control(0, SERVICE_RUNNING));
-    EXPECT_EQ(1, IsServiceRunning());
-    EXPECT_EQ(static_cast<DWORD>(ERROR_SERVICE_ALREADY_RUNNING), StartLocalKvnxsvService());
-
-    ASSERT_TRUE(m_service.Control(SERVICE_CONTROL_STOP, SERVICE_STOPPED));
-    EXPECT_EQ(0, IsServiceRunning());
-    EXPECT_EQ(1, IsServiceInstalled());
-}
-
-// The application-mode service's window "KVNXSV". One of this thread never handles its messages,
-// so it ignores WM_CLOSE and the posts wait in the queue to be counted.
-TEST(UtilSettingsRestart, WindowThatIgnoresCloseDefeatsKillAndRestart)
-{
-    RecordFile record;
-    PlacedFile service(L"kvnxst_fake_service.exe", L"KVNXS.EXE");
-    HWND hWnd =
-        CreateWindowW(L"STATIC", L"KVNXSV", WS_OVERLAPPED, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
-    const auto posts = [hWnd]
-    {
-        int n = 0;
-        for (MSG msg; PeekMessageW(&msg, hWnd, WM_CLOSE, WM_CLOSE, PM_REMOVE);)
-            ++n;
-        return n;
-    };
-    EXPECT_EQ(0, KillApplication());
-    EXPECT_EQ(12, posts()) << "one close per attempt";
-    EXPECT_EQ(0, RestartService());
-    EXPECT_EQ(12, posts());
-    DestroyWindow(hWnd);
-    Sleep(500);
-    EXPECT_TRUE(record.Read().empty()) << "the service must not be started while its window stays";
-}
-
-TEST(UtilSettingsRestart, WindowThatClosesIsReplacedByAStartedService)
-{
-    RecordFile record;
-    EXPECT_EQ(0, StartAsService()) << "no service program yet";
-    PlacedFile service(L"kvnxst_fake_service.exe", L"KVNXS.EXE");
-    std::thread window(
-        [&]
-        {
-            HWND hWnd = CreateWindowW(L"STATIC", L"KVNXSV", WS_OVERLAPPED, 0, 0, 10, 10, nullptr, nullptr,
-                                      nullptr, nullptr);
-            for (MSG msg; IsWindow(hWnd) && GetMessageW(&msg, nullptr, 0, 0) > 0;)
-                DispatchMessageW(&msg);
-        });
-    for (int i = 0; i < 100 && FindWindowW(nullptr, L"KVNXSV") == nullptr; ++i)
-        Sleep(50);
-    EXPECT_EQ(1, RestartService());
-    window.join();
-    EXPECT_EQ((std::vector<std::string>{"args=-service"}), record.Read(1));
-}
-
-// The settings library is taken from the agent's folder only.
+// The settings library is taken from the agent's folder only; found there, it is run by the built
+// agent's settings modes (test_agent_e2e.cpp).
 TEST(UtilSettingsDialog, LibraryOnlyOnTheSearchPathIsRefused)
 {
     RecordFile record;
@@ -148,13 +51,6 @@ TEST(UtilSettingsDialog, LibraryOnlyOnTheSearchPathIsRefused)
     EXPECT_EQ(0, DisplaySettingsDialog(nullptr, 1));
     SetDllDirectoryW(nullptr);
     EXPECT_TRUE(record.Read().empty());
-
-    // Beside the agent it is found, and the dialog gets the owner.
-    PlacedFile library(L"fake-settings\\KVNXSET.DLL", L"KVNXSET.DLL");
-    HWND hOwner = GetDesktopWindow();
-    EXPECT_EQ(1, DisplaySettingsDialog(hOwner, 1));
-    EXPECT_EQ("SettingsDialog owner=" + std::to_string(reinterpret_cast<UINT_PTR>(hOwner)),
-              record.Read().at(0));
 }
 
 TEST(UtilSettingsProbe, WriteAccessProbeLeavesNoValueBehind)
@@ -162,22 +58,6 @@ TEST(UtilSettingsProbe, WriteAccessProbeLeavesNoValueBehind)
     EXPECT_EQ(1, TestRegistryWriteAccess());
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, RegGetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kestrova Development",
                                                  L"Test", RRF_RT_ANY, nullptr, nullptr, nullptr));
-}
-
-TEST(UtilFile, FileInformationOnlyForAnExistingFile)
-{
-    kvtest::TempFolder folder;
-    const std::wstring path = folder.Path() + L"five.bin";
-    kvtest::WriteTextFile(path, "12345");
-    WIN32_FIND_DATAW data;
-    ASSERT_EQ(1, GetFileInformation(path.c_str(), &data));
-    EXPECT_STREQ(L"five.bin", data.cFileName);
-    EXPECT_EQ(5u, data.nFileSizeLow);
-
-    std::memset(&data, 0xA5, sizeof data);
-    EXPECT_EQ(0, GetFileInformation((folder.Path() + L"none.bin").c_str(), &data));
-    EXPECT_EQ(0u, data.nFileSizeLow) << "the output is cleared first";
-    EXPECT_EQ(0, GetFileInformation(path.c_str(), nullptr));
 }
 
 TEST(UtilFile, ShellExecStartsTheProgramWithItsParameters)

@@ -1,5 +1,7 @@
 // The catalogue against the protocol's tables: ids, names, sizes and directions; the records
-// the agent builds against bytes laid out by hand; the fixed offsets of what the service sends.
+// the agent builds against bytes laid out by hand (the header's asserts fix the offsets of what the
+// service sends; builders nothing calls yet, the reverse-connection and invitation requests, wait
+// for their callers).
 #include "ByteLayout.h"
 #include "KvServiceMessages.h"
 
@@ -71,33 +73,6 @@ template <typename T> Bytes Plain(const T& rec)
     return Bytes(KvBytes(rec), KvBytes(rec) + sizeof(T));
 }
 
-// A field of a record read from bytes; a string field gives its first unit. ~0 when refused.
-constexpr std::uint64_t kRefused = ~0ull;
-template <typename F> std::uint64_t Value(const F& field)
-{
-    return static_cast<std::uint64_t>(field);
-}
-template <typename C, std::size_t N> std::uint64_t Value(const C (&text)[N])
-{
-    return text[0];
-}
-template <typename T, auto Member> std::uint64_t ReadField(const Bytes& bytes)
-{
-    auto rec = std::make_unique<T>();
-    return KvRecordFromBytes(*rec, bytes.data(), bytes.size()) ? Value((*rec).*Member) : kRefused;
-}
-
-struct FieldRow
-{
-    const char* field;
-    std::size_t recordSize;
-    std::size_t offset;
-    std::uint64_t (*read)(const Bytes&);
-};
-// clang-format off
-#define FIELD(T, member, size, offset) FieldRow{#T "::" #member, size, offset, &ReadField<T, &T::member>}
-// clang-format on
-
 } // namespace
 
 TEST(CatalogueTable, IdsNamesSizesAndDirections)
@@ -114,22 +89,12 @@ TEST(CatalogueTable, IdsNamesSizesAndDirections)
         EXPECT_EQ(row.id == 75001, info->bChatBody);
         EXPECT_LE(row.toAgent, 47520u) << "must fit the agent's one receive buffer";
     }
-    for (std::uint32_t id : {0u, 4401u, 40005u, 50002u, 70006u, 75003u, 0xFFFFFFFFu})
-    {
-        EXPECT_EQ(nullptr, KvFindMessage(id)) << id;
-        EXPECT_EQ(0u, KvRecordSize(id, KvDirection::ToAgent)) << id;
-    }
 }
 
 TEST(CatalogueTable, AgentRecordsMatchHandLaidBytes)
 {
     MSG_TRAYICON_DESKTOP_USER_INFORMATION info;
     KvBuildDesktopUserInformation(info, 50000, u"alice", u"Default", 0x14);
-    const KvReverseConnectionFields<char16_t> rc{1, u"viewer.example", 6130, true, u"proxy", 6127, u"s3cret"};
-    KvReverseConnectionFields<char16_t> rcNoProxy = rc; // the proxy fields must stay empty
-    rcNoProxy.bUseProxy = false;
-    const KvInvitationFields<char16_t> inv{u"Support",       true, true, false, false, true, 11, u"pw",
-                                           u"proxy.example", 6127, u"k"};
     const std::u16string text = u"hi \u00e9";
     const Bytes versionIn =
         Layout(40, {{0, 4400}, {4, 0x11223344}, {8, 1, 8}, {16, 2, 8}, {24, ~0ull, 8}, {32, ~0u}, {36, 9}});
@@ -180,13 +145,6 @@ TEST(CatalogueTable, AgentRecordsMatchHandLaidBytes)
          Layout(8204, {{0, 50001}})},
         {"permission query", Built<MSG_PERMISSION_RECORD>([](auto& r) { KvBuildPermissionQuery(r); }),
          Layout(8740, {{0, 70006}})},
-        {"reverse connection",
-         Built<MSG_REVERSE_CONNECTION>([&](auto& r) { KvBuildReverseConnectionRequest(r, rc); }),
-         Layout(41164, {{0, 70070}, {12, 1}, {36508, u"viewer.example"}, {38560, 6130}, {38564, 1},
-                        {38568, u"proxy"}, {40620, 6127}, {40628, u"s3cret"}})},
-        {"reverse connection without proxy",
-         Built<MSG_REVERSE_CONNECTION>([&](auto& r) { KvBuildReverseConnectionRequest(r, rcNoProxy); }),
-         Layout(41164, {{0, 70070}, {12, 1}, {36508, u"viewer.example"}, {38560, 6130}})},
         {"join session",
          Built<MSG_REVERSE_CONNECTION>([](auto& r) { KvBuildJoinSessionRequest(r, 0, u"123-456"); }),
          Layout(41164, {{0, 70070}, {4116, 1}, {4124, u"123-456"}})},
@@ -195,11 +153,6 @@ TEST(CatalogueTable, AgentRecordsMatchHandLaidBytes)
         {"chat message", KvBuildChatMessage(u"bob", text.data(), text.size()),
          Layout(528 + 8, {{0, 75001}, {4, u"bob"}, {524, 8}, {528, text}})},
         {"empty chat message", KvBuildChatMessage(u"bob", u"", 0), Layout(528, {{0, 75001}, {4, u"bob"}})},
-        {"invitation request",
-         Built<MSG_INVITATION_REQUEST>([&](auto& r) { KvBuildInvitationRequest(r, inv); }),
-         Layout(5716, {{0, 720}, {2056, u"Support"}, {2580, 1}, {2584, 11}, {2588, 1}, {2592, u"pw"},
-                       {3116, 1}, {3124, 1}, {3128, 1}, {3132, u"proxy.example"}, {5184, 6127}, {5188, 1},
-                       {5192, u"k"}})},
         // clang-format on
     };
     for (const auto& c : cases)
@@ -208,28 +161,6 @@ TEST(CatalogueTable, AgentRecordsMatchHandLaidBytes)
         const auto diff = std::mismatch(c.want.begin(), c.want.end(), c.got.begin());
         EXPECT_EQ(c.want.end(), diff.first)
             << c.what << ": first difference at offset " << (diff.first - c.want.begin());
-    }
-}
-
-TEST(CatalogueTable, ServiceRecordFieldsAtTheirFixedOffsets)
-{
-    // The header's asserts fix every offset at compile time; these rows prove that a field is read
-    // from the received bytes, as integer and as string, and that a record one byte short is refused.
-    const FieldRow rows[] = {
-        FIELD(MSG_TRAYICON_SETTINGS, szLanguage, 4752, 4744),
-        FIELD(MSG_TRAYICON_CONNECT_INFO, dwViewerId, 1592, 1588),
-        FIELD(MSG_REVERSE_CONNECTION, dwPort, 41164, 38560),
-        FIELD(MSG_TRAYICON_SFT_INIT_TEMP, szDataPath, 1572, 1048),
-        FIELD(MSG_INVITATION_REPLY, dwTextLength, 5716, 5712),
-        FIELD(MSG_PORT_QUERY, dwPort, 80, 8),
-    };
-    std::uint32_t value = 0x4100; // one 16-bit unit, so integer and string fields read it alike
-    for (const FieldRow& row : rows)
-    {
-        const Bytes bytes = Layout(row.recordSize, {{row.offset, ++value}});
-        EXPECT_EQ(value, row.read(bytes)) << row.field;
-        const Bytes shortBy1(bytes.begin(), bytes.end() - 1);
-        EXPECT_EQ(kRefused, row.read(shortBy1)) << row.field << ": a short buffer must be refused";
     }
 }
 

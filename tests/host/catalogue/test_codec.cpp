@@ -46,7 +46,6 @@ TEST(RecordDecoder, WholeRecordsComeOutHoweverTheBytesAreSplit)
     for (const auto& ev : DecodeAll(stream, KvDirection::ToAgent))
         whole.push_back(ev.record);
     ASSERT_EQ(6u, whole.size());
-    EXPECT_EQ(534u, whole[3].size());
 
     for (std::size_t chunk = 1; chunk <= 600; chunk += (chunk < 16 ? 1 : 37))
     {
@@ -74,30 +73,20 @@ TEST(RecordDecoder, BadInputOutcomes)
         std::uint32_t maxChat;
         std::vector<S> statuses;
     } cases[] = {
+        // clang-format off
         {"peer vanished inside the id", Bytes(3, 0x44), ToAgent, 4096, {S::ShortRecord}},
         {"peer vanished one byte short", Layout(39, {{0, 4400}}), ToAgent, 4096, {S::ShortRecord}},
-        {"unknown id skipped, the next read",
-         Layout(12, {{0, 12345}, {4, 50009}}),
-         ToAgent,
-         4096,
+        {"unknown id skipped, the next read", Layout(12, {{0, 12345}, {4, 50009}}), ToAgent, 4096,
          {S::UnknownId, S::Record}},
-        {"a bare 70040 is a request only from the agent",
-         Layout(4, {{0, 70040}}),
-         ToAgent,
-         4096,
+        {"a bare 70040 is a request only from the agent", Layout(4, {{0, 70040}}), ToAgent, 4096,
          {S::ShortRecord}},
-        {"settings only come from the service",
-         Layout(4, {{0, 40003}}),
-         KvDirection::ToService,
-         4096,
+        {"settings only come from the service", Layout(4, {{0, 40003}}), KvDirection::ToService, 4096,
          {S::UnknownId}},
         {"chat body at the bound", Chat(16), ToAgent, 16, {S::Record}},
         {"chat body over the bound", Chat(18), ToAgent, 16, {S::ChatTooLong}},
-        {"chat length announced huge, no body awaited",
-         Layout(528, {{0, 75001}, {524, ~0u}}),
-         ToAgent,
-         KV_MAX_CHAT_BODY_BYTES,
-         {S::ChatTooLong}},
+        {"chat length announced huge, no body awaited", Layout(528, {{0, 75001}, {524, ~0u}}), ToAgent,
+         KV_MAX_CHAT_BODY_BYTES, {S::ChatTooLong}},
+        // clang-format on
     };
     for (const auto& c : cases)
     {
@@ -107,14 +96,8 @@ TEST(RecordDecoder, BadInputOutcomes)
         EXPECT_EQ(c.statuses, got) << c.what;
     }
 
-    // A cut record says what it is and how big it should have been, chat body included.
-    const Bytes chat = Chat(100);
-    const auto cut = DecodeAll(Bytes(chat.begin(), chat.begin() + 600), KvDirection::ToService);
-    ASSERT_EQ(1u, cut.size());
-    EXPECT_EQ(75001u, cut[0].dwType);
-    EXPECT_EQ(628u, cut[0].cbExpected);
-    EXPECT_EQ(600u, cut[0].cbHave);
-
+    // What a cut record is and how big it should have been is read back in the simulator's report
+    // (test_loopback.cpp).
     // After a chat length over the bound nothing more is trusted.
     KvRecordDecoder decoder(ToAgent, 16);
     const Bytes tooLongThenClose = Concat({Chat(18), Layout(4, {{0, 75002}})});

@@ -16,43 +16,24 @@ kvsim::Command Parse(const std::string& line)
 
 } // namespace
 
-TEST(ScriptParser, OptionsQuotesAndFreeText)
+// Options, quoted texts and message names are read in every end-to-end script; these are the rest.
+TEST(ScriptParser, VerbsAnyCaseEscapesInQuotesAndEqualsInFreeText)
 {
-    kvsim::Command c = Parse("CONNECT alice id=7 line2=\"from 10.0.0.2\"");
-    EXPECT_EQ("connect", c.verb);
-    EXPECT_EQ("alice", c.Arg(0));
-    EXPECT_EQ(7u, c.OptionU32("id"));
-    EXPECT_EQ("from 10.0.0.2", *c.Option("line2"));
-    // Free text takes the rest of the line; an '=' in it is text unless it names an option.
+    EXPECT_EQ("connect", Parse("CONNECT alice").verb);
     EXPECT_EQ("hello there 1+1=2 a=b", Parse("  chat bob   hello   there 1+1=2 a=b ").Arg(1));
     EXPECT_EQ("two  blanks\n\"q\"", Parse("chat bob \"two  blanks\\n\\\"q\\\"\"").Arg(1));
-    EXPECT_EQ("Viewer X from 10.1.1.1",
-              Parse("permission deny-default=1 Viewer X from 10.1.1.1 af=23").Arg(0));
-    EXPECT_EQ(50005u, Parse("expect MSG_TYPE_TRAYICON_DESKTOP_EFFECTS_ACK").U32(0));
-    EXPECT_EQ(50007u, Parse("expect desktop-state").U32(0));
     EXPECT_TRUE(Parse("# a comment \"with an open quote").verb.empty());
 }
 
+// A line read loosely could let an end-to-end check pass unseen; a bad argument of a step that
+// sends something shows in what the agent then does.
 TEST(ScriptParser, MalformedLinesAreRefusedWithAReason)
 {
     const std::pair<const char*, const char*> cases[] = {
-        {"conect alice", "unknown command"},
-        {"connect", "needs name"},
-        {"chat bob", "needs text"},
-        {"effects 4294967296", "number"},
-        {"wait -5", "number"},
-        {"lock-hint now", "unexpected"},
-        {"connect alice colour=red", "no option"},
-        {"connect alice id=1 id=2", "twice"},
-        {"chat bob \"unfinished", "quote"},
-        {"expect NO_SUCH_MESSAGE", "no such message"},
-        {"expect-permission maybe", "allow"},
+        {"conect alice", "unknown command"},           {"connect alice colour=red", "no option"},
+        {"connect alice id=1 id=2", "twice"},          {"chat bob \"unfinished", "quote"},
+        {"expect NO_SUCH_MESSAGE", "no such message"}, {"expect-permission maybe", "allow"},
         {"expect-invite update", "create or delete"},
-        {"reverse 103", "100, 101 or 102"},
-        {"raw 9 2", "at least 4"},
-        {"raw 9 50000", "receive buffer"},
-        {"raw 9 8 fill=256", "byte value"},
-        {"settings display-time=soon", "number"},
     };
     for (const auto& [line, reason] : cases)
     {
