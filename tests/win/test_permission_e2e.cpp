@@ -14,13 +14,11 @@ using namespace kvtest;
 namespace
 {
 
-// Under Wine the input desktop is always the caller's own, and the session query fails, so a
-// console counts as attended only on the screen saver's desktop: the agent runs on one so named.
-const wchar_t kDesktop[] = L"Screen-saver";
-
-HWND WaitForQuestion()
+// An ordinary desktop: Wine's session query fails there, and the console must still count as
+// attended, so the user is asked rather than answered for.
+HWND WaitForQuestion(const std::wstring& desktop)
 {
-    return kvui::WaitForWindow({L"#32770", L"Remote control request", 0, kDesktop, true}, kE2eWait);
+    return kvui::WaitForWindow({L"#32770", L"Remote control request", 0, desktop, true}, kE2eWait);
 }
 
 // Enter as the keyboard gives it: the dialog manager of the question's modal loop decides which
@@ -35,7 +33,7 @@ bool PressEnter(HWND hDlg)
 
 TEST(PermissionQuestion, TheUsersAnswerTheCloseBoxAndTheServicesWithdrawalReachTheService)
 {
-    Resident r(SimThread::Options(OwnSession()), kDesktop);
+    Resident r;
     ASSERT_TRUE(r.Launch());
 
     const struct
@@ -56,7 +54,7 @@ TEST(PermissionQuestion, TheUsersAnswerTheCloseBoxAndTheServicesWithdrawalReachT
     {
         SCOPED_TRACE(std::string(c.szOptions) + " -> " + c.szExpected);
         r.sim.Play({std::string("permission Viewer alice from 10.0.0.7 ") + c.szOptions});
-        HWND hDlg = WaitForQuestion();
+        HWND hDlg = WaitForQuestion(r.desktop.Name());
         ASSERT_NE(nullptr, hDlg) << r.Story();
         // The service's text, the default button it asks for, on top of everything; asked to keep
         // it, at the screen's corner rather than beside the taskbar.
