@@ -6,6 +6,7 @@
 #include "KvLogText.h"
 #include "KvLogging.h"
 #include "ResourceText.h"
+#include "ServiceText.h"
 #include "KvRecordCodec.h"
 #include "KvServiceMessages.h"
 #include "KvSocket.h"
@@ -555,7 +556,7 @@ bool CServiceLink::OnServerReconfigure()
         return false;
     TerminateField(rec->szText, L"MSG_TRAYICON_SERVER_RECONFIGURE.szText");
     LOG4CXX_INFO(logger, L"dwState=" << rec->dwState);
-    m_window.ShowReconfiguring(rec->dwState, KvWide(rec->szText));
+    m_window.ShowReconfiguring(rec->dwState, KvShowableFieldW(rec->szText).c_str());
     // The resource library is swapped on the window's thread, which loads strings from it.
     m_window.Send(WM_KV_RELOAD_LANGUAGE);
     return true;

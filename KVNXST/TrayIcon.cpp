@@ -4,6 +4,7 @@
 #include "KVNXSTWindow.h"
 #include "KvLogging.h"
 #include "ResourceText.h"
+#include "ServiceText.h"
 #include "TrayIconPolicy.h"
 #include "UtilWTS.h"
 #include "resource.h"
@@ -140,9 +141,9 @@ bool CTrayIcon::Compose(const KvTrayInputs& in, NOTIFYICONDATAW& nid)
     const bool bNote = settings.bTooltipNote != 0;
     const std::wstring oneTime = bOneTime ? KvLoadText(IDS_TOOLTIP_ONETIME) : std::wstring();
     const std::wstring note = bNote ? KvLoadText(IDS_SERVICE_FLAG_NOTE) : std::wstring();
-    wchar_t szCaption[261] = {}; // the settings' caption need not be terminated
-    std::wmemcpy(szCaption, KvWide(settings.szCaption), 260);
-    KvComposeTrayTooltip<wchar_t>(nid.szTip, cchTip, bOneTime, oneTime.c_str(), bNote, note.c_str(), szCaption);
+    const std::wstring caption = KvShowableFieldW(settings.szCaption);
+    KvComposeTrayTooltip<wchar_t>(nid.szTip, cchTip, bOneTime, oneTime.c_str(), bNote, note.c_str(),
+                                  caption.c_str());
     return true;
 }
 

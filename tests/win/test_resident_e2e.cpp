@@ -223,11 +223,12 @@ TEST(ResidentAgent, RecordsFullOfFFsAndTextsWithoutTerminatorAreCutNotOverrun)
         "expect 100000",
     });
     ASSERT_TRUE(r.sim.Settle(4 * kE2eWait)) << r.Story();
-    // The tooltip: the caption cut to the shell's field, marked as cut.
+    // The tooltip: the caption cut to the shell's field, marked as cut; U+FFFF is no character and
+    // shows as the replacement character.
     const DesktopShell::View view =
         r.shell.WaitFor([](const auto& v) { return v.tip.size() > 100; }, kE2eWait);
     EXPECT_EQ(126u, view.tip.size()) << r.Story();
-    EXPECT_EQ(L"\xFFFF...", view.tip.substr(view.tip.size() - 4));
+    EXPECT_EQ(L"\xFFFD...", view.tip.substr(view.tip.size() - 4));
     EXPECT_TRUE(view.bHeld);
 
     // A chat body of 4 GiB cannot be read nor skipped: the agent lets the link go and ends.
