@@ -98,12 +98,6 @@ int ReadVersionString(const wchar_t* szFile, const wchar_t* szItem, wchar_t* szV
     return 1;
 }
 
-// The agent's own path, or false when it does not fit.
-bool OwnPath(wchar_t (&szPath)[KV_PATH_UNITS])
-{
-    return GetAgentPath(szPath, KV_PATH_UNITS) != 0;
-}
-
 std::wstring Label(int nId)
 {
     return KvLoadText(static_cast<UINT>(nId));
@@ -297,7 +291,7 @@ int GetExeVersion(wchar_t* szVersion, std::size_t cchVersion)
     KvLogBlock logBlock(logger, L"GetExeVersion");
     wchar_t szOwn[KV_PATH_UNITS] = {};
     wchar_t szPath[KV_PATH_UNITS] = {};
-    if (!OwnPath(szOwn) || !KvPathBesideModule(szPath, KV_PATH_UNITS, szOwn, KV_SERVICE_EXE))
+    if (!GetAgentPath(szOwn, KV_PATH_UNITS) || !KvPathBesideModule(szPath, KV_PATH_UNITS, szOwn, KV_SERVICE_EXE))
         return 0;
     const int nResult = ReadVersionString(szPath, L"FileVersion", szVersion, cchVersion);
     if (nResult)
@@ -309,7 +303,7 @@ int GetModuleVersionString(const wchar_t* szItem, wchar_t* szValue, std::size_t 
 {
     KvLogBlock logBlock(logger, L"GetModuleVersionString");
     wchar_t szPath[KV_PATH_UNITS] = {};
-    if (!OwnPath(szPath))
+    if (!GetAgentPath(szPath, KV_PATH_UNITS))
         return 0;
     return ReadVersionString(szPath, szItem, szValue, cchValue);
 }

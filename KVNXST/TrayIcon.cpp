@@ -68,7 +68,6 @@ void DestroyIconHandle(HICON& hIcon)
 
 } // namespace
 
-
 CTrayIcon::~CTrayIcon()
 {
     DestroyIconHandle(m_hIconConnected);
