@@ -117,6 +117,7 @@ Bytes Engine::TakeOutgoing()
 {
     Bytes out;
     out.swap(m_outgoing);
+    m_bOutgoingMayEndLink = false;
     return out;
 }
 
@@ -153,10 +154,14 @@ void Engine::OnAgentBytes(const std::uint8_t* data, std::size_t size)
         }
         if (ev.status == KvDecodeStatus::UnknownId)
             ProtocolError("unknown type id " + std::to_string(ev.dwType) +
-                          " from the agent; the rest of the stream cannot be framed");
+                          " from the agent; the rest of the stream cannot be framed" +
+                          (m_lastAgentType == MSG_TYPE_CHAT_MESSAGE
+                               ? " (it follows a chat message: its length field and its body disagree?)"
+                               : ""));
         else
             ProtocolError("chat message from the agent announces a body of " +
-                          std::to_string(ev.cbExpected - sizeof(MSG_CHAT_MESSAGE)) + " bytes");
+                          std::to_string(ev.cbExpected - sizeof(MSG_CHAT_MESSAGE)) +
+                          " bytes, beyond the bound of " + std::to_string(KV_MAX_CHAT_BODY_BYTES));
         m_bStreamBroken = true;
         return;
     }
@@ -231,6 +236,7 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
     m_reporter.Trace("<< " + DescribeRecord(data, size, KvDirection::ToService));
     for (const std::string& problem : CheckAgentRecord(data, size))
         ProtocolError(std::string(NameOf(type)) + ": " + problem);
+    m_lastAgentType = type;
 
     if (m_stage == Stage::AwaitVersion && type != MSG_TYPE_VERSION)
     {
@@ -343,6 +349,12 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
         else
             --m_nUnblockPending;
         break;
+    case MSG_TYPE_CHAT_MESSAGE:
+        // The local user may still be typing when the viewer has left; the service drops it.
+        if (m_bChatViewerGone)
+            m_reporter.Note("chat message for " + m_chatViewer + ", who is gone");
+        m_chats.push_back(ChatBody(data, size));
+        break;
     default:
         break;
     }
@@ -375,6 +387,21 @@ bool Engine::TakePermissionAnswer(std::uint32_t& code)
     code = m_permAnswers.front();
     m_permAnswers.pop_front();
     return true;
+}
+
+bool Engine::TakeChat(const Command& cmd)
+{
+    const std::u16string got = m_chats.front();
+    m_chats.pop_front();
+    const std::u16string want = Utf8ToUtf16(cmd.Arg(0));
+    if (got == want)
+        return true;
+    const auto diff = std::mismatch(got.begin(), got.end(), want.begin(), want.end()).first - got.begin();
+    m_reporter.Error("line " + std::to_string(cmd.line) + ": chat message " + QuoteForTrace(got, 200) +
+                     " from the agent, expected " + QuoteForTrace(want, 200) + " (" +
+                     std::to_string(got.size()) + " and " + std::to_string(want.size()) +
+                     " units, first difference at unit " + std::to_string(diff) + ")");
+    return false;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -416,6 +443,32 @@ bool Engine::ApplySettings(const Command& cmd)
         }
     }
     return true;
+}
+
+void Engine::SendChat(const Command& cmd)
+{
+    m_chatViewer = cmd.Arg(0);
+    m_bChatViewerGone = false;
+    const std::string* units = cmd.Option("units");
+    const std::string* bytes = cmd.Option("bytes");
+    std::u16string text = Utf8ToUtf16(cmd.Arg(1));
+    std::size_t cbBody = 2 * text.size();
+    if (units != nullptr || bytes != nullptr)
+    {
+        // Readable at any length and cut anywhere without a broken pair: left-to-right and
+        // right-to-left runs, accents, a symbol and a line break.
+        text = u"Grüße, señor ✓ שלום עולם 12345 مرحبا بالعالم — Ωμέγα\r\n";
+        cbBody = units != nullptr ? 2 * std::size_t{cmd.OptionU32("units")} : cmd.OptionU32("bytes");
+    }
+    Bytes rec = BuildChat(Utf8ToUtf16(cmd.Arg(0)), cmd.OptionU32("raw-user") != 0, text, cbBody);
+    if (cmd.Option("length") != nullptr)
+    {
+        const std::uint32_t length = cmd.OptionU32("length");
+        std::memcpy(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength), &length, 4);
+    }
+    if (!KvChatLengthAcceptable(KvReadU32(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength))))
+        m_bOutgoingMayEndLink = true;
+    Send(rec.data(), rec.size());
 }
 
 bool Engine::Execute(const Command& cmd)
@@ -472,6 +525,8 @@ bool Engine::Execute(const Command& cmd)
             else
                 m_reporter.Note("'" + name + "' was not connected");
         }
+        if (name == m_chatViewer)
+            m_bChatViewerGone = v == "disconnect";
         auto rec = std::make_unique<MSG_TRAYICON_CONNECT_INFO>();
         BuildConnectInfo(
             *rec, v == "connect" ? MSG_TYPE_TRAYICON_CONNECT_NOTIFY : MSG_TYPE_TRAYICON_DISCONNECT_NOTIFY,
@@ -509,14 +564,22 @@ bool Engine::Execute(const Command& cmd)
         Send(rec);
         return true;
     }
-    if (v == "lock-hint" || v == "chat-close")
+    if (v == "lock-hint")
     {
-        Send(KvBuildTypeOnly(v == "lock-hint" ? MSG_TYPE_TRAYICON_POSIBLE_LOCK_STATE_CHANGE
-                                              : MSG_TYPE_TRAYICON_CHAT_CLOSE));
+        Send(KvBuildTypeOnly(MSG_TYPE_TRAYICON_POSIBLE_LOCK_STATE_CHANGE));
+        return true;
+    }
+    if (v == "chat-close")
+    {
+        m_chatViewer.clear();
+        m_bChatViewerGone = false;
+        Send(KvBuildTypeOnly(MSG_TYPE_TRAYICON_CHAT_CLOSE));
         return true;
     }
     if (v == "chat-open")
     {
+        m_chatViewer = cmd.Arg(0);
+        m_bChatViewerGone = false;
         MSG_TRAYICON_CHAT_OPEN rec;
         BuildChatOpen(rec, Utf8ToUtf16(cmd.Arg(0)));
         Send(rec);
@@ -524,15 +587,7 @@ bool Engine::Execute(const Command& cmd)
     }
     if (v == "chat")
     {
-        const std::u16string user = Utf8ToUtf16(cmd.Arg(0));
-        const std::u16string text = Utf8ToUtf16(cmd.Arg(1));
-        std::vector<std::uint8_t> rec = KvBuildChatMessage(user.c_str(), text.data(), text.size());
-        if (cmd.Option("length") != nullptr)
-        {
-            const std::uint32_t length = cmd.OptionU32("length");
-            std::memcpy(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength), &length, 4);
-        }
-        Send(rec.data(), rec.size());
+        SendChat(cmd);
         return true;
     }
     if (v == "settings" || v == "settings-update")

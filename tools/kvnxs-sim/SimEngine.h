@@ -82,6 +82,9 @@ public:
     static const char* StageName(Stage stage);
     bool HandshakeDone() const { return m_stage == Stage::Running; }
     Bytes TakeOutgoing(); // what is to be sent to the agent, in order
+    // What is to be sent holds a chat body beyond the agent's bound: the agent may end the link
+    // before it has taken it all.
+    bool OutgoingMayEndLink() const { return m_bOutgoingMayEndLink; }
 
     // ---- Script commands that only build records (everything but waits, expectations and the
     // permission socket). False when the command could not be carried out (reported).
@@ -94,6 +97,10 @@ public:
     bool TakeReceived(std::uint32_t dwType);
     bool TakeInvitationEvent(const std::string& kind);
     bool TakePermissionAnswer(std::uint32_t& code);
+    // The agent's chat messages, oldest first. Once one is waiting, TakeChat compares the oldest
+    // with the text of an expect-chat line, reports a difference and forgets it.
+    bool ChatWaiting() const { return !m_chats.empty(); }
+    bool TakeChat(const Command& cmd);
 
     // ---- Datagrams to the service's UDP port (port query, invitations); returns the replies.
     void SetAnswerPort(std::uint32_t dwTcpPort) { m_options.dwTcpPort = dwTcpPort; }
@@ -114,6 +121,7 @@ private:
     // A record built by hand (raw) still asks for the answers its id asks for.
     void NoteAnswersAskedBy(const Bytes& rec);
     bool ApplySettings(const Command& cmd);
+    void SendChat(const Command& cmd);
 
     EngineOptions m_options;
     Reporter& m_reporter;
@@ -123,6 +131,8 @@ private:
     bool m_bStreamBroken = false;
     bool m_bExitRequested = false;
     Bytes m_outgoing;
+    bool m_bOutgoingMayEndLink = false;
+    std::uint32_t m_lastAgentType = 0;
 
     std::uint32_t m_agentSession = 0; // from the version echo
     std::unique_ptr<MSG_VERSION> m_version;
@@ -139,6 +149,12 @@ private:
     // Viewers by name, in connection order.
     std::vector<std::pair<std::string, std::uint32_t>> m_viewers;
     std::uint32_t m_nextViewerId = 1;
+
+    // Chat: the viewer the service chats for, whether that viewer has left since, and the texts
+    // the agent sent.
+    std::string m_chatViewer;
+    bool m_bChatViewerGone = false;
+    std::deque<std::u16string> m_chats;
 
     // Invitations.
     std::map<std::string, std::uint32_t> m_udpPending; // peer -> command announced by its header

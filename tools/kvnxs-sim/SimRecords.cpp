@@ -2,8 +2,10 @@
 
 #include "SimText.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 namespace kvsim
@@ -140,6 +142,35 @@ void CheckReverseRequest(const MSG_REVERSE_CONNECTION& r, Problems& p)
         p.Add("join request without a session code");
     if (r.bUseProxy == 0 && (r.szProxyHost[0] != 0 || r.dwProxyPort != 0 || r.szProxySecret[0] != 0))
         p.Add("proxy fields filled although no proxy is used");
+}
+
+// The local user's message as the chat window makes it: a named author, the name zero-filled,
+// and text the service can show as it is, every byte of it looked at.
+void CheckChatMessage(const std::uint8_t* data, std::size_t size, Problems& p)
+{
+    auto r = As<MSG_CHAT_MESSAGE>(data, size);
+    p.String(r->szUsername, "chat user name");
+    if (r->szUsername[0] == 0)
+        p.Add("chat user name is empty");
+    if (r->dwMessageLength % 2 != 0)
+        p.Add("chat body of " + Num(r->dwMessageLength) + " bytes is no UTF-16 text");
+    const std::u16string body = ChatBody(data, size);
+    const std::size_t nul = body.find(u'\0');
+    if (nul != std::u16string::npos)
+        p.Add("chat body: NUL at unit " + Num(static_cast<std::uint32_t>(nul)));
+    for (std::size_t i = 0; i < body.size(); ++i)
+    {
+        const bool high = body[i] >= 0xD800 && body[i] <= 0xDBFF;
+        const bool low = body[i] >= 0xDC00 && body[i] <= 0xDFFF;
+        if (high && i + 1 < body.size() && body[i + 1] >= 0xDC00 && body[i + 1] <= 0xDFFF)
+            ++i;
+        else if (high || low)
+        {
+            p.Add("chat body: unpaired surrogate " + Hex(body[i]) + " at unit " +
+                  Num(static_cast<std::uint32_t>(i)));
+            break;
+        }
+    }
 }
 
 } // namespace
@@ -363,6 +394,42 @@ void BuildChatOpen(MSG_TRAYICON_CHAT_OPEN& rec, std::u16string_view user)
     KvCopyString(rec.szUsername, user);
 }
 
+Bytes BuildChat(std::u16string_view user, bool bFillUser, std::u16string_view text, std::size_t cbBody)
+{
+    MSG_CHAT_MESSAGE head;
+    KvZero(head);
+    head.dwType = MSG_TYPE_CHAT_MESSAGE;
+    if (bFillUser && !user.empty())
+        for (std::size_t i = 0; i < std::size(head.szUsername); ++i)
+            head.szUsername[i] = user[i % user.size()];
+    else
+        KvCopyString(head.szUsername, user);
+    head.dwMessageLength = static_cast<std::uint32_t>(cbBody);
+    Bytes rec(sizeof head + cbBody);
+    std::memcpy(rec.data(), &head, sizeof head);
+    // The text once, then copies of what is there already: a 16 MiB body in two dozen copies.
+    std::uint8_t* body = rec.data() + sizeof head;
+    std::size_t have = std::min(cbBody, text.size() * 2);
+    std::memcpy(body, text.data(), have);
+    while (have > 0 && have < cbBody)
+    {
+        const std::size_t n = std::min(have, cbBody - have);
+        std::memcpy(body + have, body, n);
+        have += n;
+    }
+    return rec;
+}
+
+std::u16string ChatBody(const std::uint8_t* data, std::size_t size, std::size_t maxUnits)
+{
+    const std::size_t units =
+        size > sizeof(MSG_CHAT_MESSAGE) ? std::min((size - sizeof(MSG_CHAT_MESSAGE)) / 2, maxUnits) : 0;
+    std::u16string body(units, u'\0');
+    if (units > 0)
+        std::memcpy(&body[0], data + sizeof(MSG_CHAT_MESSAGE), units * 2);
+    return body;
+}
+
 void BuildPortAnswer(MSG_PORT_QUERY& rec, std::uint32_t dwTcpPort)
 {
     KvZero(rec);
@@ -480,13 +547,8 @@ std::vector<std::string> CheckAgentRecord(const std::uint8_t* data, std::size_t 
         CheckReverseRequest(*As<MSG_REVERSE_CONNECTION>(data, size), p);
         break;
     case MSG_TYPE_CHAT_MESSAGE:
-    {
-        auto r = As<MSG_CHAT_MESSAGE>(data, size);
-        p.String(r->szUsername, "chat user name");
-        if (r->dwMessageLength % 2 != 0)
-            p.Add("chat body of " + Num(r->dwMessageLength) + " bytes is no UTF-16 text");
+        CheckChatMessage(data, size, p);
         break;
-    }
     default:
         break; // the type id alone, or fields that depend on the conversation
     }
@@ -791,15 +853,9 @@ std::string DescribeRecord(const std::uint8_t* data, std::size_t size, KvDirecti
     case MSG_TYPE_CHAT_MESSAGE:
     {
         auto r = As<MSG_CHAT_MESSAGE>(data, size);
-        const std::size_t units = (size - sizeof(MSG_CHAT_MESSAGE)) / 2;
-        std::u16string body(units, u'\0');
-        if (units > 0)
-            std::memcpy(&body[0], data + sizeof(MSG_CHAT_MESSAGE), units * 2);
-        const std::size_t nul = body.find(u'\0');
-        if (nul != std::u16string::npos)
-            body.resize(nul);
+        // One unit past the cut, so that the quote shows that the text goes on.
         out += " user=" + Q(r->szUsername) + " length=" + Num(r->dwMessageLength) +
-               " text=" + QuoteForTrace(body, 64);
+               " text=" + QuoteForTrace(ChatBody(data, size, 65), 64);
         break;
     }
     default:

@@ -56,6 +56,12 @@ void BuildSftDrop(MSG_TRAYICON_SFT_DROP_CLIENT& rec, std::uint32_t dwViewerId, s
 void BuildSftInit(MSG_TRAYICON_SFT_INIT_TEMP& rec, std::u16string_view eventName, std::u16string_view iniPath,
                   std::u16string_view dataPath);
 void BuildChatOpen(MSG_TRAYICON_CHAT_OPEN& rec, std::u16string_view user);
+// A whole chat message whose body is the text repeated until it is cbBody bytes long (odd counts
+// too). bFillUser fills all 260 units of the name with the name repeated, leaving no terminator.
+Bytes BuildChat(std::u16string_view user, bool bFillUser, std::u16string_view text, std::size_t cbBody);
+// The body of a chat message as far as the record holds it (an odd last byte left out), at most
+// maxUnits units.
+std::u16string ChatBody(const std::uint8_t* data, std::size_t size, std::size_t maxUnits = SIZE_MAX);
 
 // ---- What the service sends (datagrams).
 

@@ -79,10 +79,11 @@ const std::vector<VerbForm>& Verbs()
         {"lock-hint", {}, {}, false, "possible lock-state change (50008)"},
         {"chat-open", {{"name", Kind::Word, false}}, {}, false, "open the chat (75000)"},
         {"chat",
-         {{"name", Kind::Word, false}, {"text", Kind::Text, false}},
-         {{"length", Kind::U32}},
+         {{"name", Kind::Word, false}, {"text", Kind::Text, true}},
+         {{"length", Kind::U32}, {"units", Kind::U32}, {"bytes", Kind::U32}, {"raw-user", Kind::U32}},
          false,
-         "a chat message (75001); length= announces another body length than the text's"},
+         "a chat message (75001): the text, units=N of mixed-script text or bytes=N of it; length= "
+         "announces another length, raw-user=1 leaves the name unterminated"},
         {"chat-close", {}, {}, false, "close the chat (75002)"},
         {"settings", {}, {}, true, "settings (40003) with field=value changes; the agent answers with 50000"},
         {"settings-update", {}, {}, true, "settings update (40007) with field=value changes"},
@@ -179,6 +180,12 @@ const std::vector<VerbForm>& Verbs()
          {},
          false,
          "wait for a record from the agent (default 5000 ms)"},
+        {"expect-chat",
+         {{"text", Kind::Text, false}},
+         {{"timeout", Kind::U32}},
+         false,
+         "wait for the agent's next chat message (75001) and compare its text; \"a\\r\\nb\" for a "
+         "line break; timeout= (ms)"},
         {"expect-closed",
          {{"timeout", Kind::U32, true}},
          {},
@@ -319,6 +326,8 @@ bool CheckValue(Kind kind, const std::string& value, const char* what, std::stri
     }
 }
 
+constexpr std::uint32_t kMaxChatBytes = 64u << 20;
+
 // Checks of single verbs beyond the argument kinds.
 bool CheckVerb(const Command& cmd, std::string& error)
 {
@@ -341,6 +350,19 @@ bool CheckVerb(const Command& cmd, std::string& error)
             error = "status must be 100, 101 or 102";
             return false;
         }
+    }
+    if (cmd.verb == "chat" &&
+        cmd.Has(1) + (cmd.Option("units") != nullptr) + (cmd.Option("bytes") != nullptr) != 1)
+    {
+        error = "give the text, units= or bytes=, one of them";
+        return false;
+    }
+    // Far beyond any bound the agent has, and still quick to build.
+    if (cmd.verb == "chat" &&
+        (cmd.OptionU32("units") > kMaxChatBytes / 2 || cmd.OptionU32("bytes") > kMaxChatBytes))
+    {
+        error = "a chat body of at most " + std::to_string(kMaxChatBytes) + " bytes";
+        return false;
     }
     if (cmd.verb == "raw" && cmd.Has(1) && cmd.U32(1) < 4)
     {

@@ -91,6 +91,7 @@ bool Server::Open(std::string& error)
 
 void Server::Flush()
 {
+    const bool bMayEnd = m_engine.OutgoingMayEndLink();
     const Bytes out = m_engine.TakeOutgoing();
     if (out.empty())
         return;
@@ -99,8 +100,14 @@ void Server::Flush()
         m_reporter.Error("cannot send " + std::to_string(out.size()) + " bytes: the agent is gone");
         return;
     }
-    if (!SendAll(m_agent, out.data(), out.size()))
-        m_reporter.Error("send to the agent failed: " + SocketErrorText(LastSocketError()));
+    if (SendAll(m_agent, out.data(), out.size()))
+        return;
+    const std::string why = SocketErrorText(LastSocketError());
+    // Whether the agent was right to end the link the script's next expectation tells.
+    if (bMayEnd)
+        m_reporter.Note("the agent ended the link during a chat body beyond its bound: " + why);
+    else
+        m_reporter.Error("send to the agent failed: " + why);
 }
 
 void Server::ServeDatagram(Socket& s, bool permission)
@@ -137,6 +144,8 @@ bool Server::ConditionMet(Until until)
         return m_engine.HandshakeDone();
     case Until::Received:
         return m_engine.TakeReceived(m_wantType);
+    case Until::Chat:
+        return m_engine.ChatWaiting();
     case Until::Permission:
         return m_engine.TakePermissionAnswer(m_gotPermission);
     case Until::Invitation:
@@ -164,7 +173,8 @@ bool Server::Pump(Until until, unsigned timeoutMs, LineQueue* lines, std::string
         if (until == Until::Line && *eof)
             return true;
         // A record or the handshake can no longer come once the agent has gone.
-        if ((until == Until::Received || until == Until::Handshake) && m_engine.AgentClosed())
+        if ((until == Until::Received || until == Until::Chat || until == Until::Handshake) &&
+            m_engine.AgentClosed())
             return false;
         unsigned slice = kSliceMs;
         if (timeoutMs != 0)
@@ -251,6 +261,16 @@ bool Server::RunCommand(const Command& cmd)
             m_reporter.Error(where + "expected " + KvMessageName(m_wantType) + " from the agent within " +
                              std::to_string(timeout) + " ms" +
                              (m_engine.AgentClosed() ? "; the agent has closed the connection" : ""));
+        return false;
+    }
+    if (v == "expect-chat")
+    {
+        const unsigned timeout = cmd.OptionU32("timeout", m_options.expectTimeoutMs);
+        if (Pump(Until::Chat, timeout))
+            return m_engine.TakeChat(cmd);
+        if (!m_bStop)
+            m_reporter.Error(where + "no chat message from the agent within " + std::to_string(timeout) +
+                             " ms" + (m_engine.AgentClosed() ? "; the agent has closed the connection" : ""));
         return false;
     }
     if (v == "expect-closed")
@@ -359,8 +379,9 @@ bool Server::RunSoak(const Command& cmd, const std::string& where)
         // trace's previous records hold the cause.
         if (!m_bStop)
             m_reporter.Error(where +
-                             (m_engine.AgentClosed() ? std::string("the agent closed the connection")
-                                                     : "no echo within " + std::to_string(kSoakAnswerMs) + " ms") +
+                             (m_engine.AgentClosed()
+                                  ? std::string("the agent closed the connection")
+                                  : "no echo within " + std::to_string(kSoakAnswerMs) + " ms") +
                              " after " + summary + " (seed " + std::to_string(seed) + ")");
         return false;
     }

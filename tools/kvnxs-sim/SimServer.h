@@ -71,6 +71,7 @@ private:
         Connected,  // an agent connected
         Handshake,  // the handshake is done
         Received,   // a record of m_wantType arrived
+        Chat,       // a chat message arrived
         Permission, // a permission answer arrived
         Invitation, // an invitation exchange of m_wantInvite happened
         Closed,     // the agent closed the connection

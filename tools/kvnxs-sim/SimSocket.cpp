@@ -1,5 +1,6 @@
 #include "SimSocket.h"
 
+#include <algorithm>
 #include <cstring>
 
 #if defined(_WIN32)
@@ -217,10 +218,16 @@ void SetNoDelay(const Socket& s)
 
 bool SendAll(const Socket& s, const std::uint8_t* data, std::size_t size)
 {
+    // Pieces of at most 1 MiB: Winsock takes an int length.
+    constexpr std::size_t kPiece = std::size_t{1} << 20;
     while (size > 0)
     {
-        const auto n =
-            send(s.Get(), reinterpret_cast<const char*>(data), static_cast<IoLen>(size), kSendFlags);
+        const auto n = send(s.Get(), reinterpret_cast<const char*>(data),
+                            static_cast<IoLen>(std::min(size, kPiece)), kSendFlags);
+#if !defined(_WIN32)
+        if (n < 0 && errno == EINTR)
+            continue;
+#endif
         if (n <= 0)
             return false;
         data += n;

@@ -45,6 +45,9 @@ public:
         return out;
     }
 
+    // A chat body beyond the bound: like the agent, nothing more can be read.
+    bool LinkBroken() const { return m_decoder.Failed(); }
+
 private:
     std::vector<Bytes> Answer(std::uint32_t type, const Bytes& rec)
     {

@@ -161,3 +161,43 @@ TEST(EngineDatagrams, PortQueryAndInvitationPeerByPeerAndStrayDatagramsAreErrors
     EXPECT_TRUE(c.engine.OnPermissionDatagram(KvBytes(answer), sizeof answer).empty());
     EXPECT_TRUE(c.Traced("with no request open"));
 }
+
+TEST(EngineChat, ExpectChatTakesTheOldestAndReportsBothTextsAndAViewerWhoLeftIsNoError)
+{
+    Conversation c;
+    c.Run("chat-open alice");
+    c.Run("disconnect alice");
+    const std::u16string text = u"Grüße\r\nשלום";
+    c.AgentSends(KvBuildChatMessage(u"carol", text.data(), text.size()));
+    c.AgentSends(KvBuildChatMessage(u"carol", u"hello", 5));
+    EXPECT_TRUE(c.Traced("-- chat message for alice, who is gone"));
+    EXPECT_EQ(0u, c.reporter.ErrorCount()) << c.trace.str();
+
+    kvsim::Command expect;
+    std::string error;
+    ASSERT_TRUE(kvsim::ParseCommand("expect-chat \"Grüße\\r\\nשלום\" timeout=100", 1, expect, error));
+    EXPECT_TRUE(c.engine.TakeChat(expect));
+    ASSERT_TRUE(kvsim::ParseCommand("expect-chat hello!", 2, expect, error));
+    EXPECT_FALSE(c.engine.TakeChat(expect));
+    EXPECT_TRUE(c.Traced("line 2: chat message \"hello\" from the agent, expected \"hello!\""));
+    EXPECT_FALSE(c.engine.ChatWaiting());
+}
+
+// The bodies the service builds, judged as the agent's would be: exact sizes, odd ones too, the
+// pattern text at any length, and a name that fills its array.
+TEST(EngineChat, BuiltBodiesHaveAnyByteCountAndThePatternIsTextAtAnyLength)
+{
+    Conversation c;
+    c.Run("chat bob units=100000 raw-user=1");
+    c.Run("chat bob bytes=1001");
+    const auto problems = [&](std::size_t fromEnd)
+    {
+        const Bytes& rec = c.agent.records[c.agent.records.size() - fromEnd];
+        std::string all;
+        for (const std::string& p : kvsim::CheckAgentRecord(rec.data(), rec.size()))
+            all += p + ";";
+        return all;
+    };
+    EXPECT_EQ("chat user name: no terminating NUL in 260 units;", problems(2));
+    EXPECT_EQ("chat body of 1001 bytes is no UTF-16 text;", problems(1));
+}

@@ -72,6 +72,12 @@ TEST(AgentRecords, EachCheckCatchesItsFault)
     KvBuildPermissionQuery(query);
     MSG_TRAYICON_USER_REQUEST request;
     KvBuildUserRequest(request, Info());
+    const auto chat = [](std::u16string_view text, const char16_t* user = u"bob")
+    { return KvBuildChatMessage(user, text.data(), text.size()); };
+    Bytes unnamedChat = chat(u"x");
+    std::fill_n(unnamedChat.begin() + 4, 520, 'u');
+    Bytes shortChat = chat(u"xy");
+    shortChat.resize(530);
     const auto answered = [](std::uint32_t result, const char16_t* account)
     { return With(PermissionRequest(), [&](auto& r) { KvSetPermissionAnswer(r, result, true, account); }); };
 
@@ -86,6 +92,13 @@ TEST(AgentRecords, EachCheckCatchesItsFault)
         {agent, ToBytes(KvBuildTypeOnly(MSG_TYPE_TRAYICON_CHAT_CLOSE)), "never sent by the agent"},
         {agent, Bytes{0x55, 0xC3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "of 12 bytes, must be 8"},
         {agent, oddChat, "no UTF-16 text"},
+        {agent, chat(u"Grüße ✓ שלום\r\n\U0001D11E"), ""},
+        {agent, chat(std::u16string{u'a', 0xDC00, u'b'}), "unpaired surrogate 0xdc00 at unit 1"},
+        {agent, chat(std::u16string{u'a', u'b', 0xD83D}), "unpaired surrogate 0xd83d at unit 2"},
+        {agent, chat(std::u16string(u"ab\0c", 4)), "chat body: NUL at unit 2"},
+        {agent, unnamedChat, "chat user name: no terminating NUL"},
+        {agent, chat(u"x", u""), "chat user name is empty"},
+        {agent, shortChat, "of 530 bytes, must be 532"},
         {agent, With(version, [](auto& r) { r.dVersion2 = 443.0; }), "444.0"},
         {agent, ToBytes(KvBuildDesktopState(9)), "must be 7 or 8"},
         {agent, With(KvBuildSessionEnd(1), [](auto& r) { r.nExitCode = 0; }), "must be -56"},
