@@ -46,6 +46,9 @@ constexpr DWORD KV_REPORT_SYSTEM_TEXT_UNITS = 2048;
 constexpr UINT KV_NOTIFY_AFTER_INIT_MS = 1000;
 constexpr UINT KV_NOTIFY_AFTER_SETTINGS_MS = 5000;
 constexpr UINT KV_NOTIFY_AFTER_CONNECT_MS = 2000;
+// Chat bodies above KV_MAX_CHAT_BODY_BYTES and up to this are read and dropped; above it the link
+// ends, since reading gigabytes to stay in step helps nobody.
+constexpr std::uint32_t KV_MAX_CHAT_SKIP_BYTES = 64u << 20;
 constexpr UINT KV_SETTINGS_DIALOG_DELAY_MS = 500;
 constexpr std::size_t KV_NOTIFY_NAME_UNITS = 259;
 constexpr std::uint32_t KV_IDLE_ICON_AFTER_LAST_VIEWER = 1;
@@ -141,6 +144,8 @@ private:
     void ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec);
     bool OnChatOpen();
     bool OnChatMessage();
+    // Reads and drops cb bytes through the receive buffer.
+    bool SkipBytes(std::uint32_t cb);
 
     IKvTrayLink& m_window;
     CKvSocket* const m_pSocket;
@@ -639,6 +644,18 @@ bool CServiceLink::OnChatOpen()
     return true;
 }
 
+bool CServiceLink::SkipBytes(std::uint32_t cb)
+{
+    while (cb != 0)
+    {
+        const std::uint32_t cbPart = std::min<std::uint32_t>(cb, KV_RECEIVE_BUFFER_BYTES);
+        if (!m_pSocket->ReadExact(m_pBuffer, static_cast<int>(cbPart)))
+            return false;
+        cb -= cbPart;
+    }
+    return true;
+}
+
 bool CServiceLink::OnChatMessage()
 {
     KvLogBlock logBlock(logger, L"CServiceLink::OnChatMessage");
@@ -652,14 +669,23 @@ bool CServiceLink::OnChatMessage()
     LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.szUsername = " << Bounded(head.szUsername));
     LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.dwMessageLength = " << head.dwMessageLength);
 
-    // The body cannot be skipped without reading it, so a length we refuse ends the link.
-    if (!KvChatLengthAcceptable(head.dwMessageLength))
+    // A body beyond what a chat window shows is read and dropped, so the records behind it still
+    // frame; one so large that no service would send it means the stream is lost.
+    if (head.dwMessageLength > KV_MAX_CHAT_SKIP_BYTES)
     {
-        LOG4CXX_ERROR(logger, L"Chat message body of "
-                                  << head.dwMessageLength << L" bytes exceeds the limit of "
-                                  << KV_MAX_CHAT_BODY_BYTES << L" bytes; the link to the service ends.");
+        LOG4CXX_ERROR(logger, L"Chat message body of " << head.dwMessageLength
+                                                       << L" bytes cannot be a chat message; the link to the service ends.");
         return false;
     }
+    if (!KvChatLengthAcceptable(head.dwMessageLength))
+    {
+        LOG4CXX_WARN(logger, L"Chat message body of " << head.dwMessageLength << L" bytes exceeds the limit of "
+                                                      << KV_MAX_CHAT_BODY_BYTES << L" bytes; it is read and skipped.");
+        return SkipBytes(head.dwMessageLength);
+    }
+    if (head.dwMessageLength % 2 != 0)
+        LOG4CXX_WARN(logger, L"Chat message body of " << head.dwMessageLength
+                                                      << L" bytes ends in half a character; the last byte is not shown.");
     const std::size_t cbWhole = sizeof head + head.dwMessageLength;
     std::unique_ptr<std::uint8_t[]> whole(new (std::nothrow) std::uint8_t[cbWhole]);
     if (!whole)

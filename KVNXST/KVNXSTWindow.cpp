@@ -69,7 +69,7 @@ HWND KvCreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam
 }
 
 CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
-    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_nMode(1), m_szLanguage(), m_bClosing(0), m_uiPort(uiPort),
+    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_uChatResourceModule(0), m_nMode(1), m_szLanguage(), m_bClosing(0), m_uiPort(uiPort),
       m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_hMenu(nullptr), m_Settings(), m_ConnectInfo(),
       m_NotifyAll(), m_AboutInfo(), m_nConnections(0), m_uTrayIconSelector(1), m_bReplyReceived(0),
       m_reverse(*this)
@@ -206,10 +206,13 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         m_trayIcon.OnTaskbarCreated(TrayInputs());
         return 1;
     }
+    if (m_uChatResourceModule != 0 && uMsg == m_uChatResourceModule)
+        return reinterpret_cast<LRESULT>(KvResourceModule());
     switch (uMsg)
     {
     case WM_CREATE:
         m_uTaskbarCreated = RegisterWindowMessageW(L"TaskbarCreated");
+        m_uChatResourceModule = RegisterWindowMessageW(KV_CHAT_RESOURCE_MODULE_MESSAGE);
         PostMessageW(m_hWnd, WM_KV_START, 0, 0);
         return 0;
     case WM_DESTROY:
@@ -295,24 +298,24 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         return 0;
     case WM_RC_CHAT_MESSAGE_SENT:
         LOG4CXX_INFO(logger, L"WM_RC_CHAT_MESSAGE_SENT - local user hit send in the chat window");
-        SendToService(reinterpret_cast<const void*>(wParam), static_cast<int>(lParam));
+        OnChatMessageSent(reinterpret_cast<const void*>(wParam), lParam);
         return 0;
     case WM_CHAT_OPEN:
         LOG4CXX_INFO(logger, L"WM_CHAT_OPEN");
-        m_chat.Open();
+        m_chat.OpenChatWindow(m_hWnd);
         return 0;
     case WM_CHAT_MESSAGE:
         LOG4CXX_INFO(logger, L"WM_CHAT_MESSAGE");
-        m_chat.ShowMessage(*reinterpret_cast<const MSG_CHAT_MESSAGE*>(wParam));
+        m_chat.ShowChatMessage(m_hWnd, reinterpret_cast<const MSG_CHAT_MESSAGE*>(wParam));
         return 0;
     case WM_CHAT_CLOSE:
         LOG4CXX_INFO(logger, L"WM_CHAT_CLOSE");
-        m_chat.Close();
+        m_chat.CloseChatWindow();
         return 0;
-    case WM_KV_ANSWER:
+    case WM_KV_CHAT_OWNER_ALIVE:
         return 1;
-    case WM_KV_DROP_WINDOW_GONE:
-        m_fileTransfer.DropWindowGone();
+    case WM_KV_CHAT_WINDOW_GONE:
+        m_chat.ChatWindowGone();
         return 0;
     case WM_SHOW_ONE_TIME_AGENT_BALLON:
         LOG4CXX_DEBUG(logger, L"WM_SHOW_ONE_TIME_AGENT_BALLON");
@@ -322,6 +325,24 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         break;
     }
     return DefWindowProcW(m_hWnd, uMsg, wParam, lParam);
+}
+
+void CTaskBarWindow::OnChatMessageSent(const void* pRecord, LPARAM cbRecord)
+{
+    // A record whose size disagrees with its head would leave the service reading our next record
+    // as chat text: it does not go out.
+    const auto* pHead = static_cast<const MSG_CHAT_MESSAGE*>(pRecord);
+    if (pHead == nullptr || cbRecord < static_cast<LPARAM>(sizeof(MSG_CHAT_MESSAGE)) ||
+        pHead->dwType != MSG_TYPE_CHAT_MESSAGE ||
+        static_cast<std::uint64_t>(cbRecord) != sizeof(MSG_CHAT_MESSAGE) + std::uint64_t{pHead->dwMessageLength} ||
+        cbRecord > INT_MAX)
+    {
+        LOG4CXX_ERROR(logger, L"The chat window handed over no whole chat record (" << cbRecord
+                                                                                      << L" bytes); nothing sent.");
+        return;
+    }
+    if (!SendToService(pRecord, static_cast<int>(cbRecord)))
+        LOG4CXX_WARN(logger, L"The chat message of " << cbRecord << L" bytes could not be sent to the service.");
 }
 
 void CTaskBarWindow::OnDestroy()

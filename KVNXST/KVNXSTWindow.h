@@ -40,12 +40,10 @@ constexpr UINT WM_KV_RELOAD_LANGUAGE = WM_USER + 20;
 constexpr UINT WM_KV_TRAY_REFRESH = WM_USER + 21;
 constexpr UINT WM_KV_TRAY_RECONFIGURING = WM_USER + 22;
 constexpr UINT WM_KV_START_TIMER = WM_USER + 23;
-constexpr UINT WM_RC_CHAT_MESSAGE_SENT = WM_USER + 1059; // wParam buffer, lParam its size
+// The chat library's messages (2083, 2088, 2089) are in KVNXChat.h.
 constexpr UINT WM_CHAT_OPEN = WM_USER + 1060;            // wParam MSG_TRAYICON_CHAT_OPEN*
 constexpr UINT WM_CHAT_MESSAGE = WM_USER + 1061;         // wParam a whole MSG_CHAT_MESSAGE
 constexpr UINT WM_CHAT_CLOSE = WM_USER + 1062;           //
-constexpr UINT WM_KV_ANSWER = WM_USER + 1064;            // answers 1
-constexpr UINT WM_KV_DROP_WINDOW_GONE = WM_USER + 1065;  //
 constexpr UINT WM_HIDE_JOIN_INTERNET_SESSION_DLG = WM_APP + 1;
 constexpr UINT WM_SHOW_ONE_TIME_AGENT_BALLON = WM_APP + 2;
 
@@ -145,6 +143,8 @@ private:
     void OnQueuedMessageBox();
     void OnShowNotifyDialog(bool bUnconditional);
     void OnReloadLanguage();
+    // The local user's chat message, a whole record from the chat library, to the service.
+    void OnChatMessageSent(const void* pRecord, LPARAM cbRecord);
     void ChooseLanguage(int nIndex);
     // The menu's disconnect and exit: asks with the viewer count (exit only while viewed), then
     // tells the service.
@@ -157,6 +157,7 @@ private:
 
     HWND m_hWnd;
     UINT m_uTaskbarCreated;
+    UINT m_uChatResourceModule; // the chat library asks for the resource library
     int m_nMode; // 1: attended
     wchar_t m_szLanguage[3];
     CKvSocket m_socket;

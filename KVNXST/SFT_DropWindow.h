@@ -25,8 +25,6 @@ public:
     // nViewerId -1: every viewer's.
     void RemoveDropWindow(int nViewerId);
     void EraseDropWindow(int nViewerId);
-    // The drop window told the tray window it is gone (WM_KV_DROP_WINDOW_GONE).
-    void DropWindowGone() { m_hDropWnd = nullptr; }
     void DestroyDropWindow();
 
 private:

@@ -4,10 +4,17 @@
 
 #include <windows.h>
 
+#include <string>
+
 // Logs msg with the error code and reports it to the event log: an error event for a non-zero
 // code (dwErr, or GetLastError() when dwErr is 0; ERROR_IO_PENDING counts as no error), an
 // information event otherwise.
 void LogErrorMsg(const wchar_t* msg, DWORD dwErr);
+
+// An error code as the log shows it: "Error: %d - %s" with the system's text on one line, or
+// "Error: %d" when there is none. A Win32 code inside an HRESULT counts as the code itself; network
+// codes (2100-2999) read their text from netmsg.dll.
+std::wstring KvErrorText(DWORD dwError);
 
 // Logs msg and reports it to the event log as an information event.
 void LogInformationMsg(const wchar_t* msg);

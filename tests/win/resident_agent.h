@@ -197,22 +197,24 @@ public:
         return ::testing::AssertionSuccess();
     }
 
-    // Starts the agent with this command line (default: the simulator's port). From the shell's
-    // thread: Wine puts the agent's further threads on the desktop of the thread that started it.
-    bool Start(const std::wstring& arguments = std::wstring())
+    // Starts the agent with this command line (default: the simulator's port) and environment (null:
+    // the test's own). From the shell's thread: Wine puts the agent's further threads on the desktop
+    // of the thread that started it.
+    bool Start(const std::wstring& arguments = std::wstring(), const wchar_t* environment = nullptr)
     {
         const std::wstring line = arguments.empty() ? std::to_wstring(sim.Port()) : arguments;
-        shell.Run([&](FakeShell&) { agent = folder.Start(line, desktop.Name()); });
+        shell.Run([&](FakeShell&) { agent = folder.Start(line, desktop.Name(), environment); });
         return agent.Started();
     }
 
     // Ready, started with this command line and through the handshake with the simulator.
-    ::testing::AssertionResult Launch(const std::wstring& arguments = std::wstring())
+    ::testing::AssertionResult Launch(const std::wstring& arguments = std::wstring(),
+                                      const wchar_t* environment = nullptr)
     {
         ::testing::AssertionResult ready = Ready();
         if (!ready)
             return ready;
-        if (!Start(arguments))
+        if (!Start(arguments, environment))
             return ::testing::AssertionFailure() << "the agent did not start";
         if (!sim.Handshaken(kE2eWait))
             return ::testing::AssertionFailure() << "no handshake\n" << Story();

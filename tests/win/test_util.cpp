@@ -1,7 +1,8 @@
-// UtilSettings and UtilFile against the stand-in service program and settings library, which
+// The error text the log shows for a system error code, and UtilSettings and UtilFile against the stand-in service program and settings library, which
 // record how they were called (fake_record.h). The service's restart, its start and the file
 // information have no caller in the agent and no test here.
 #include "UtilFile.h"
+#include "UtilLog.h"
 #include "UtilSettings.h"
 
 #include "test_logging_support.h"
@@ -69,3 +70,36 @@ TEST(UtilFile, ShellExecStartsTheProgramWithItsParameters)
 }
 
 } // namespace
+
+// What the system says about a code, on one line, whatever form the code came in: a Win32 code
+// inside an HRESULT is that code; a network code asks netmsg.dll (which Wine lacks: the number
+// alone), never the system table; a code nobody knows is the number alone.
+TEST(UtilLogErrorText, OneLineOfTheSystemsTextOrTheNumberAlone)
+{
+    wchar_t* pText = nullptr;
+    FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                   nullptr, ERROR_ACCESS_DENIED, 0, reinterpret_cast<LPWSTR>(&pText), 0, nullptr);
+    ASSERT_NE(nullptr, pText);
+    std::wstring denied = pText;
+    LocalFree(pText);
+    while (!denied.empty() && (denied.back() == L'\n' || denied.back() == L'\r' || denied.back() == L' '))
+        denied.pop_back();
+
+    const HMODULE hNetmsg = LoadLibraryExW(L"netmsg.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    if (hNetmsg != nullptr)
+        FreeLibrary(hNetmsg);
+    else
+        EXPECT_EQ(L"Error: 2102", KvErrorText(2102));
+    EXPECT_EQ(L"Error: 5 - " + denied, KvErrorText(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(L"Error: 5 - " + denied, KvErrorText(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED))));
+    EXPECT_EQ(L"Error: 59999", KvErrorText(59999));
+
+    // No line break and no trailing blank survive, in any of the system's texts.
+    for (DWORD dwCode = 0; dwCode < 16000; ++dwCode)
+    {
+        const std::wstring text = KvErrorText(dwCode);
+        ASSERT_EQ(0u, text.rfind(L"Error: " + std::to_wstring(dwCode), 0)) << dwCode;
+        ASSERT_EQ(std::wstring::npos, text.find_first_of(L"\r\n")) << dwCode;
+        ASSERT_NE(L' ', text.back()) << dwCode;
+    }
+}

@@ -301,6 +301,22 @@ bool TypeText(HWND hParent, int id, const std::wstring& text)
     return ReadText(hEdit) == text;
 }
 
+bool PressKey(HWND hParent, int id, UINT vk)
+{
+    HWND hControl = ControlById(hParent, id);
+    if (hControl == nullptr || !IsEnabledAndShown(hControl))
+        return false;
+    const UINT uScan = MapVirtualKeyW(vk, MAPVK_VK_TO_VSC);
+    const LPARAM lDown = 1 | static_cast<LPARAM>(uScan) << 16;
+    const LPARAM lUp = lDown | 1 << 30 | static_cast<LPARAM>(1u << 31);
+    const UINT uChar = MapVirtualKeyW(vk, MAPVK_VK_TO_CHAR);
+    if (!PostMessageW(hControl, WM_KEYDOWN, vk, lDown) ||
+        (uChar != 0 && !PostMessageW(hControl, WM_CHAR, uChar, lDown)) || !PostMessageW(hControl, WM_KEYUP, vk, lUp))
+        return false;
+    // Posted messages are taken before a sent one is answered.
+    return Ask(hControl, WM_NULL, 0, 0);
+}
+
 bool SelectComboIndex(HWND hParent, int id, int index)
 {
     HWND hCombo = ControlById(hParent, id);

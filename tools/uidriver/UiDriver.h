@@ -59,6 +59,10 @@ std::optional<std::wstring> ReadText(HWND hWnd);
 bool ClickButton(HWND hParent, int id);
 // Replaces an enabled edit control's text as typing would, with EN_CHANGE to its parent.
 bool TypeText(HWND hParent, int id, const std::wstring& text);
+// Presses and releases a key on a control as its window receives a typed key (WM_KEYDOWN, the
+// character if the key makes one, WM_KEYUP), with no modifier held; true once the control's thread
+// has taken them.
+bool PressKey(HWND hParent, int id, UINT vk);
 // Selects a combo box item and tells the parent with CBN_SELCHANGE, as a user's pick does.
 bool SelectComboIndex(HWND hParent, int id, int index);
 bool SelectComboText(HWND hParent, int id, const std::wstring& text);

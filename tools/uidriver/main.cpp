@@ -29,6 +29,7 @@ const char kUsageText[] =
     "  text HWND [ID]                  the window's or its control's text\n"
     "  click HWND ID                   clicks a button\n"
     "  type HWND ID TEXT               replaces an edit control's text\n"
+    "  key HWND ID (enter|escape|VK)      presses a key on a control, no modifier held\n"
     "  select HWND ID (INDEX|TEXT)     selects a combo box item by index or exact text\n"
     "  traymenu [--class C] [--title T] [--pid N] [--desktop D] [--callback MSG] [--icon ID]\n"
     "           [--layout MODULE,MENUID[,SUBMENU]] [--wait MS] (--pick CMDID | --escape | --open)\n"
@@ -301,6 +302,13 @@ int Run(int argc, wchar_t** argv)
         return kvui::ClickButton(*hWnd, nId) ? kOk : kFailed;
     if (command == L"type" && p.size() == 3)
         return kvui::TypeText(*hWnd, nId, p[2]) ? kOk : kFailed;
+    if (command == L"key" && p.size() == 3)
+    {
+        const auto vk = p[2] == L"enter" ? std::optional<unsigned long long>(VK_RETURN)
+                        : p[2] == L"escape" ? std::optional<unsigned long long>(VK_ESCAPE)
+                                            : Number(p[2]);
+        return vk && kvui::PressKey(*hWnd, nId, static_cast<UINT>(*vk)) ? kOk : kFailed;
+    }
     if (command == L"select" && p.size() == 3)
     {
         const auto index = Number(p[2]);
