@@ -26,6 +26,7 @@
 #define IDD_JOIN_ATTENDED_SESSION       134   // enter the session code of an internet session
 #define IDD_CONNECT_IN_PROGRESS         136   // marquee while the agent connects out
 #define IDD_VALIDATE_CERT               137   // trust this certificate?
+#define IDD_CHAT                        141   // chat with the viewers (KVNXChat.dll), resizable
 
 // ---- Menus and their commands -------------------------------------------------------------------
 #define IDR_TRAY_MENU                   104   // tray menu of the resident agent
@@ -104,6 +105,15 @@
 #define IDS_ABOUT_OPTION_B_CLEAR        120   // option B 0
 #define IDS_ABOUT_OPTION_B_LABEL        121   // label before the option B value (only with option A 0)
 
+// Chat (KVNXChat.dll)
+#define IDS_CHAT_CAPTION_FMT            140   // caption once a viewer has written: %ls the viewer's name
+#define IDS_CHAT_YOU                    141   // author of the local user's own messages
+#define IDS_CHAT_REMOTE_USER            142   // author of a viewer's message that names nobody
+#define IDS_CHAT_NOT_SENT               143   // notice when the agent cannot take a message any more
+#define IDS_CHAT_MENU_COPY              144   // transcript menu: copy the selected messages
+#define IDS_CHAT_MENU_SELECT_ALL        145   // transcript menu: select every message
+#define IDS_CHAT_SHORTENED              146   // last line of a message too long for its place
+
 // ---- Dialog controls ----------------------------------------------------------------------------
 // Buttons with the standard ids (IDOK, IDCANCEL, IDYES, IDNO) are left to windows.h.
 
@@ -169,6 +179,13 @@
 #define IDC_CERT_VIEW                   3     // open the system's certificate viewer
 #define IDC_CERT_REMEMBER               1041
 #define IDC_CERT_NAME                   1042
+
+// Chat (IDD_CHAT)
+#define IDC_CHAT_TRANSCRIPT             1101  // owner-drawn list, a message an item
+#define IDC_CHAT_INPUT                  1102  // the local user's text
+#define IDC_CHAT_SEND                   1103
+#define IDC_CHAT_TRANSCRIPT_LABEL       1104
+#define IDC_CHAT_INPUT_LABEL            1105
 // clang-format on
 
 #endif // KVNXST_RESOURCE_H
