@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cwctype>
 #include <memory>
-#include <new>
 
 namespace
 {
@@ -115,10 +114,11 @@ INT_PTR CALLBACK CChatWindow::DialogProc(HWND hDlg, UINT uMsg, WPARAM wParam, LP
         auto* pWindow = reinterpret_cast<CChatWindow*>(GetWindowLongPtrW(hDlg, DWLP_USER));
         if (pWindow == nullptr)
             return FALSE;
+        if (uMsg == WM_DESTROY)
+            RemovePropW(hDlg, KV_CHAT_WINDOW_PROP); // the exports leave a window on its way out alone
         if (uMsg == WM_NCDESTROY)
         {
             KvDetachDialogKeys(hDlg);
-            RemovePropW(hDlg, KV_CHAT_WINDOW_PROP);
             SetWindowLongPtrW(hDlg, DWLP_USER, 0);
             delete pWindow;
             return FALSE;
@@ -339,7 +339,12 @@ void CChatWindow::Send()
     const std::wstring text = WindowText(m_hInput);
     if (IsBlank(text))
         return;
-    if (!DeliverToOwner(text))
+    const HWND hDlg = m_hDlg;
+    const bool bDelivered = DeliverToOwner(text);
+    // The owner may have closed the window while it had the message.
+    if (FromHandle(hDlg) != this)
+        return;
+    if (!bDelivered)
     {
         m_transcript->AppendNotice(Text(IDS_CHAT_NOT_SENT));
         return;
@@ -424,26 +429,27 @@ void CChatWindow::UseFont(HFONT hFont)
 
 void CChatWindow::OnDpiChanged(UINT dpi, const RECT& suggested)
 {
+    KvGdiObject font;
     LOGFONTW lf = {};
     if (dpi != 0 && m_dpi != 0 && GetObjectW(m_hFont, sizeof lf, &lf) != 0)
     {
         lf.lfHeight = MulDiv(lf.lfHeight, static_cast<int>(dpi), static_cast<int>(m_dpi));
-        KvGdiObject font(CreateFontIndirectW(&lf));
-        if (font)
-        {
-            m_dpi = dpi;
-            UseFont(static_cast<HFONT>(font.Get()));
-            SetWindowPos(m_hDlg, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
-                         suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
-            Layout(); // also when the suggested size is the old one
-            m_transcript->SetFont(m_hFont);
-            // Only now: the previous font stayed selected in the controls until here.
-            m_scaledFont = std::move(font);
-            return;
-        }
+        font.Reset(CreateFontIndirectW(&lf));
+    }
+    if (font)
+    {
+        m_dpi = dpi;
+        UseFont(static_cast<HFONT>(font.Get()));
     }
     SetWindowPos(m_hDlg, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
                  suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+    Layout(); // also when the suggested size is the old one
+    if (font)
+    {
+        m_transcript->SetFont(m_hFont);
+        // Only now: the previous font stayed selected in the controls until here.
+        m_scaledFont = std::move(font);
+    }
 }
 
 void CChatWindow::Layout()
