@@ -4,8 +4,8 @@
 # each step into build/demo/screenshots/ (NN-step.png).
 #   viewer alice connects: the icon changes and the pop-up opens with its sound;
 #   the About box is opened from the tray menu; a second viewer joins; the service lists the
-#   viewers; both leave; a third viewer asks for permission and the user allows; the service asks
-#   the agent to exit.
+#   viewers; both leave; a third viewer asks for permission and the user allows; that viewer writes
+#   in the chat and the user answers; the service asks the agent to exit.
 # Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
 # exit codes (-56: ended at the service's request).
 #   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
@@ -104,6 +104,19 @@ if wait_trace "-- handshake complete"; then
     play "expect-permission allow 10000"
   else
     echo "demo: the permission question did not open" >&2
+    status=1
+  fi
+  # The viewer writes: the chat window opens without taking the focus, the user answers with Enter
+  # and the service gets exactly what was typed.
+  play "chat-open carol" "chat carol Hello! I can see your screen now. Which printer does not print?"
+  chat=$(ui find --title "Chat with carol" --shown --wait 10000)
+  answer="The one in room 2 — it shows a paper jam, but the tray is empty."
+  if [ -n "$chat" ] && ui type "$chat" 1102 "$answer" && ui key "$chat" 1102 enter; then
+    play "expect-chat \"$answer\"" \
+      "chat carol Thanks. I will clear the queue; this takes a minute." "wait 1000"
+    shot 08-chat
+  else
+    echo "demo: the chat window did not open" >&2
     status=1
   fi
   if [ "$keep" = 1 ]; then
