@@ -315,7 +315,7 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
     case WM_KV_CHAT_OWNER_ALIVE:
         return 1;
     case WM_KV_CHAT_WINDOW_GONE:
-        m_chat.ChatWindowGone();
+        m_chat.ChatWindowGone(reinterpret_cast<HWND>(wParam));
         return 0;
     case WM_SHOW_ONE_TIME_AGENT_BALLON:
         LOG4CXX_DEBUG(logger, L"WM_SHOW_ONE_TIME_AGENT_BALLON");

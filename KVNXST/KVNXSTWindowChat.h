@@ -25,8 +25,12 @@ public:
     // Opens the window if needed and appends the viewer's message (a whole record, the caller's).
     void ShowChatMessage(HWND hOwner, const MSG_CHAT_MESSAGE* pMessage);
     void CloseChatWindow();
-    // The library says its window is being destroyed.
-    void ChatWindowGone() { m_hChatWnd = nullptr; }
+    // The library says this window of its own is being destroyed.
+    void ChatWindowGone(HWND hChat)
+    {
+        if (hChat == m_hChatWnd)
+            m_hChatWnd = nullptr;
+    }
 
 private:
     KvModule m_hChatLibrary;
