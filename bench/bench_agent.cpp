@@ -13,6 +13,7 @@
 //   usage: bench_agent [--rounds N] [--cycles N] [--idle-seconds N] [--deadline S] [--log FILE]
 //          (5, 1000, 10, 600); --log keeps a copy of the agents' log.
 #include "bench_median.h"
+#include "bench_wine.h"
 #include "KvServiceMessages.h"
 #include "fake_shell_desktop.h"
 #include "test_agent_support.h"
@@ -46,7 +47,6 @@ double Ms(Clock::duration d)
 {
     return std::chrono::duration<double, std::milli>(d).count();
 }
-
 
 // Processes this run started, ended when the run fails.
 std::mutex g_childrenLock;
@@ -368,7 +368,8 @@ class Agent
 {
 public:
     Agent(const AgentFiles& files, unsigned short uPort)
-        : m_desktop(std::wstring(), kVirtualDesktop), m_shell(m_desktop.Name(), files.Folder() + L"KVNXSTRES.dll", kTrayIconId),
+        : m_desktop(std::wstring(), kVirtualDesktop),
+          m_shell(m_desktop.Name(), files.Folder() + L"KVNXSTRES.dll", kTrayIconId),
           m_argv{kvtest::Narrow(files.Exe()), std::to_string(uPort)}
     {
         if (!m_desktop.Created() || !m_shell.Ready())
@@ -462,58 +463,6 @@ struct Holdings
     int nThreads = 0;
     int nWindows = 0;
 };
-
-// Where GetGuiResources and GetProcessHandleCount answer 0 (Wine leaves them unimplemented), the
-// figures come from what the system keeps for every process instead. Only under Wine: its GDI
-// handle table is the process's own, where on Windows it is shared by the session.
-bool UnderWine()
-{
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
-
-template <typename F> F NtFunction(const char* szName)
-{
-    return reinterpret_cast<F>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), szName)));
-}
-
-// GDI handles in use: entries of the process's handle table with a type.
-DWORD WineGdiObjects(DWORD dwPid)
-{
-    struct Entry // the table's row, 24 bytes
-    {
-        std::uint64_t object;
-        std::uint32_t owner;
-        std::uint16_t unique;
-        std::uint8_t type;
-        std::uint8_t flags;
-        std::uint64_t user;
-    };
-    static_assert(sizeof(Entry) == 24, "GDI handle table row");
-    constexpr size_t kEntries = 0x10000;
-    constexpr size_t kPebGdiTable = 0xF8; // PEB field of the 64-bit layout
-
-    using QueryProcess = LONG(WINAPI*)(HANDLE, PROCESSINFOCLASS, void*, ULONG, ULONG*);
-    const auto pfnQuery = NtFunction<QueryProcess>("NtQueryInformationProcess");
-    HANDLE h = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, dwPid);
-    if (pfnQuery == nullptr || h == nullptr)
-        return 0;
-    DWORD n = 0;
-    PROCESS_BASIC_INFORMATION pbi = {};
-    std::uint64_t table = 0;
-    std::vector<Entry> entries(kEntries);
-    SIZE_T cbRead = 0;
-    if (pfnQuery(h, ProcessBasicInformation, &pbi, sizeof pbi, nullptr) == 0 &&
-        ReadProcessMemory(h, reinterpret_cast<BYTE*>(pbi.PebBaseAddress) + kPebGdiTable, &table, sizeof table,
-                          nullptr) &&
-        table != 0 &&
-        ReadProcessMemory(h, reinterpret_cast<void*>(table), entries.data(), kEntries * sizeof(Entry),
-                          &cbRead))
-        for (size_t i = 0; i < cbRead / sizeof(Entry); ++i)
-            n += entries[i].type != 0;
-    CloseHandle(h);
-    return n;
-}
 
 // Kernel handles of the process, from the system's list of every open handle.
 DWORD SystemHandleCount(DWORD dwPid)
@@ -769,7 +718,8 @@ Options ParseOptions(int argc, char** argv)
                       : arg == "--deadline"     ? &o.nDeadlineSeconds
                                                 : nullptr;
         if (pValue == nullptr || i + 1 == argc || (*pValue = std::atoi(argv[++i])) < 1)
-            Fail("usage: bench_agent [--rounds N] [--cycles N] [--idle-seconds N] [--deadline S] [--log FILE]");
+            Fail("usage: bench_agent [--rounds N] [--cycles N] [--idle-seconds N] [--deadline S] [--log "
+                 "FILE]");
     }
     o.nCycles = std::max(o.nCycles, 11);
     return o;
@@ -1064,8 +1014,9 @@ int main(int argc, char** argv)
     const double baselineMs = baselineAfter.ms - baselineBefore.ms;
     Row("idle CPU, connected, per 10 s",
         Fmt("%.2f ms (%.3f %% of a core)", idleMs * per10s, idleMs / idleWallMs * 100),
-        baselineMs > 0 ? Fmt("%.1fx a bare window process (%.2f ms)", idleMs / baselineMs, baselineMs * per10s)
-                       : Fmt("a bare window process: %.2f ms", baselineMs * per10s));
+        baselineMs > 0
+            ? Fmt("%.1fx a bare window process (%.2f ms)", idleMs / baselineMs, baselineMs * per10s)
+            : Fmt("a bare window process: %.2f ms", baselineMs * per10s));
     if (idleAfter.nWakeups >= 0)
     {
         Row("idle wake-ups, per 10 s", Fmt("%.0f", (idleAfter.nWakeups - idleBefore.nWakeups) * per10s),

@@ -13,7 +13,7 @@ limit=${KVNXST_BENCH_LIMIT:-900}
 
 cd "$build/bin"
 rc=0
-for name in bench_logging bench_socket bench_agent bench_permission; do
+for name in bench_logging bench_socket bench_agent bench_permission bench_chat; do
   exe=$build/bin/$name.exe
   if [ ! -f "$exe" ]; then
     echo "run-bench: $exe is missing; build the win preset first" >&2
@@ -21,10 +21,10 @@ for name in bench_logging bench_socket bench_agent bench_permission; do
   fi
   echo "== $name"
   start=$SECONDS
-  # bench_agent and bench_permission print tables of their own and take none of Google
-  # Benchmark's options.
+  # bench_agent, bench_permission and bench_chat print tables of their own and take none of
+  # Google Benchmark's options.
   args=(--benchmark_min_time=0.5 "$@")
-  case $name in bench_agent | bench_permission) args=() ;; esac
+  case $name in bench_agent | bench_permission | bench_chat) args=() ;; esac
   status=0
   timeout --kill-after=10 "$limit" "$repo/cmake/wine-run.sh" --root="$build" "$exe" "${args[@]}" || status=$?
   if [ "$status" = 124 ] || [ "$status" = 137 ]; then
