@@ -406,21 +406,6 @@ bool Engine::TakeChat(const Command& cmd)
 
 // ---------------------------------------------------------------------------------------------
 
-bool Engine::IsRecordCommand(const std::string& verb)
-{
-    static const char* const verbs[] = {
-        "connect",       "disconnect", "connect-count", "notify-all", "effects",         "lock-hint",
-        "chat-open",     "chat",       "chat-close",    "settings",   "settings-update", "settings-dialog",
-        "reconfigure",   "addresses",  "desktop-info",  "reverse",    "sft-drop",        "sft-init",
-        "sft-delete",    "unblock",    "exit",          "raw",        "invite-text",     "invite-error",
-        "invite-delete", "note",
-    };
-    for (const char* v : verbs)
-        if (verb == v)
-            return true;
-    return false;
-}
-
 void Engine::SendSoak(const Bytes& rec, const std::string& summary)
 {
     m_reporter.Trace(">> " + summary);

@@ -89,7 +89,6 @@ public:
     // ---- Script commands that only build records (everything but waits, expectations and the
     // permission socket). False when the command could not be carried out (reported).
     bool Execute(const Command& cmd);
-    static bool IsRecordCommand(const std::string& verb);
     // A record of the soak, traced by its summary, and the read-unblocking echo behind it.
     void SendSoak(const Bytes& rec, const std::string& summary);
 
