@@ -69,10 +69,10 @@ HWND KvCreateModelessDialog(HWND hOwner, int nId, DLGPROC pfnProc, LPARAM lParam
 }
 
 CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
-    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_uChatResourceModule(0), m_nMode(1), m_szLanguage(), m_bClosing(0), m_uiPort(uiPort),
-      m_hConnectionThread(nullptr), m_hSessionEvent(nullptr), m_hMenu(nullptr), m_Settings(), m_ConnectInfo(),
-      m_NotifyAll(), m_AboutInfo(), m_nConnections(0), m_uTrayIconSelector(1), m_bReplyReceived(0),
-      m_reverse(*this)
+    : m_hWnd(nullptr), m_uTaskbarCreated(0), m_uChatResourceModule(0), m_nMode(1), m_szLanguage(),
+      m_bClosing(0), m_uiPort(uiPort), m_hConnectionThread(nullptr), m_hSessionEvent(nullptr),
+      m_hMenu(nullptr), m_Settings(), m_ConnectInfo(), m_NotifyAll(), m_AboutInfo(), m_nConnections(0),
+      m_uTrayIconSelector(1), m_bReplyReceived(0), m_reverse(*this)
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::CTaskBarWindow");
     LOG4CXX_INFO(logger, L"uiPort=" << uiPort);
@@ -334,15 +334,17 @@ void CTaskBarWindow::OnChatMessageSent(const void* pRecord, LPARAM cbRecord)
     const auto* pHead = static_cast<const MSG_CHAT_MESSAGE*>(pRecord);
     if (pHead == nullptr || cbRecord < static_cast<LPARAM>(sizeof(MSG_CHAT_MESSAGE)) ||
         pHead->dwType != MSG_TYPE_CHAT_MESSAGE ||
-        static_cast<std::uint64_t>(cbRecord) != sizeof(MSG_CHAT_MESSAGE) + std::uint64_t{pHead->dwMessageLength} ||
+        static_cast<std::uint64_t>(cbRecord) !=
+            sizeof(MSG_CHAT_MESSAGE) + std::uint64_t{pHead->dwMessageLength} ||
         cbRecord > INT_MAX)
     {
-        LOG4CXX_ERROR(logger, L"The chat window handed over no whole chat record (" << cbRecord
-                                                                                      << L" bytes); nothing sent.");
+        LOG4CXX_ERROR(logger, L"The chat window handed over no whole chat record ("
+                                  << cbRecord << L" bytes); nothing sent.");
         return;
     }
     if (!SendToService(pRecord, static_cast<int>(cbRecord)))
-        LOG4CXX_WARN(logger, L"The chat message of " << cbRecord << L" bytes could not be sent to the service.");
+        LOG4CXX_WARN(logger,
+                     L"The chat message of " << cbRecord << L" bytes could not be sent to the service.");
 }
 
 void CTaskBarWindow::OnDestroy()

@@ -20,8 +20,9 @@ template <typename Pfn> bool LookUp(HMODULE hLibrary, const char* szName, Pfn& p
     if (pfn != nullptr)
         return true;
     const DWORD dwError = GetLastError();
-    LOG4CXX_ERROR(logger, L"Failed to GetProcAddress for " << std::wstring(szName, szName + std::strlen(szName))
-                                                            << L" from KVNXChat.dll. " << KvErrorText(dwError));
+    LOG4CXX_ERROR(logger, L"Failed to GetProcAddress for "
+                              << std::wstring(szName, szName + std::strlen(szName)) << L" from KVNXChat.dll. "
+                              << KvErrorText(dwError));
     return false;
 }
 
@@ -71,7 +72,8 @@ void CChatWindow::OpenChatWindow(HWND hOwner)
     if (m_hChatWnd != nullptr && IsWindow(m_hChatWnd))
     {
         // In front, but the user's typing elsewhere keeps the focus.
-        SetWindowPos(m_hChatWnd, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_SHOWWINDOW);
+        SetWindowPos(m_hChatWnd, HWND_TOP, 0, 0, 0, 0,
+                     SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_SHOWWINDOW);
         return;
     }
     m_hChatWnd = nullptr;

@@ -94,18 +94,18 @@ std::wstring KvErrorText(DWORD dwError)
     const DWORD dwCode = HRESULT_FACILITY(dwError) == FACILITY_WIN32 ? HRESULT_CODE(dwError) : dwError;
     const bool bNetwork = dwCode >= 2100 && dwCode <= 2999;
     // As data, from the system folder only: no code of it runs.
-    const KvModule netmsg(
-        bNetwork ? LoadLibraryExW(L"netmsg.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_SEARCH_SYSTEM32)
-                 : nullptr);
+    const KvModule netmsg(bNetwork ? LoadLibraryExW(L"netmsg.dll", nullptr,
+                                                    LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_SEARCH_SYSTEM32)
+                                   : nullptr);
 
     std::wstring text;
     wchar_t* pText = nullptr;
     if (!bNetwork || netmsg)
     {
         const DWORD dwFrom = bNetwork ? FORMAT_MESSAGE_FROM_HMODULE : FORMAT_MESSAGE_FROM_SYSTEM;
-        const DWORD cch = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | dwFrom,
-                                         netmsg.Get(), dwCode, MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL),
-                                         reinterpret_cast<LPWSTR>(&pText), 0, nullptr);
+        const DWORD cch = FormatMessageW(
+            FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | dwFrom, netmsg.Get(), dwCode,
+            MAKELANGID(LANG_NEUTRAL, SUBLANG_NEUTRAL), reinterpret_cast<LPWSTR>(&pText), 0, nullptr);
         if (cch != 0 && pText != nullptr)
             text.assign(pText, cch);
         LocalFree(pText);

@@ -1,6 +1,6 @@
-// The error text the log shows for a system error code, and UtilSettings and UtilFile against the stand-in service program and settings library, which
-// record how they were called (fake_record.h). The service's restart, its start and the file
-// information have no caller in the agent and no test here.
+// The error text the log shows for a system error code, and UtilSettings and UtilFile against the stand-in
+// service program and settings library, which record how they were called (fake_record.h). The service's
+// restart, its start and the file information have no caller in the agent and no test here.
 #include "UtilFile.h"
 #include "UtilLog.h"
 #include "UtilSettings.h"
@@ -77,7 +77,8 @@ TEST(UtilFile, ShellExecStartsTheProgramWithItsParameters)
 TEST(UtilLogErrorText, OneLineOfTheSystemsTextOrTheNumberAlone)
 {
     wchar_t* pText = nullptr;
-    FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+    FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                       FORMAT_MESSAGE_IGNORE_INSERTS,
                    nullptr, ERROR_ACCESS_DENIED, 0, reinterpret_cast<LPWSTR>(&pText), 0, nullptr);
     ASSERT_NE(nullptr, pText);
     std::wstring denied = pText;
@@ -91,7 +92,8 @@ TEST(UtilLogErrorText, OneLineOfTheSystemsTextOrTheNumberAlone)
     else
         EXPECT_EQ(L"Error: 2102", KvErrorText(2102));
     EXPECT_EQ(L"Error: 5 - " + denied, KvErrorText(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(L"Error: 5 - " + denied, KvErrorText(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED))));
+    EXPECT_EQ(L"Error: 5 - " + denied,
+              KvErrorText(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED))));
     EXPECT_EQ(L"Error: 59999", KvErrorText(59999));
 
     // No line break and no trailing blank survive, in any of the system's texts.

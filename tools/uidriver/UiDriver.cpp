@@ -311,7 +311,8 @@ bool PressKey(HWND hParent, int id, UINT vk)
     const LPARAM lUp = lDown | 1 << 30 | static_cast<LPARAM>(1u << 31);
     const UINT uChar = MapVirtualKeyW(vk, MAPVK_VK_TO_CHAR);
     if (!PostMessageW(hControl, WM_KEYDOWN, vk, lDown) ||
-        (uChar != 0 && !PostMessageW(hControl, WM_CHAR, uChar, lDown)) || !PostMessageW(hControl, WM_KEYUP, vk, lUp))
+        (uChar != 0 && !PostMessageW(hControl, WM_CHAR, uChar, lDown)) ||
+        !PostMessageW(hControl, WM_KEYUP, vk, lUp))
         return false;
     // Posted messages are taken before a sent one is answered.
     return Ask(hControl, WM_NULL, 0, 0);

@@ -304,7 +304,7 @@ int Run(int argc, wchar_t** argv)
         return kvui::TypeText(*hWnd, nId, p[2]) ? kOk : kFailed;
     if (command == L"key" && p.size() == 3)
     {
-        const auto vk = p[2] == L"enter" ? std::optional<unsigned long long>(VK_RETURN)
+        const auto vk = p[2] == L"enter"    ? std::optional<unsigned long long>(VK_RETURN)
                         : p[2] == L"escape" ? std::optional<unsigned long long>(VK_ESCAPE)
                                             : Number(p[2]);
         return vk && kvui::PressKey(*hWnd, nId, static_cast<UINT>(*vk)) ? kOk : kFailed;
