@@ -88,6 +88,9 @@ constexpr std::uint32_t KV_INVITATION_EXPIRY_CHOICES = 12;
 // Largest chat body either side accepts. The length comes from the peer; anything near this is
 // already far beyond what a chat window produces.
 constexpr std::uint32_t KV_MAX_CHAT_BODY_BYTES = 1u << 20;
+// Larger chat bodies, up to this, the agent reads and drops so that the stream still frames; a
+// longer one ends the link, since reading it to stay in step would take minutes.
+constexpr std::uint32_t KV_MAX_CHAT_SKIP_BYTES = 64u << 20;
 
 // ---------------------------------------------------------------------------------------------
 // TCP records, service to agent and agent to service.

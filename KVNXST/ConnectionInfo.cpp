@@ -46,9 +46,6 @@ constexpr DWORD KV_REPORT_SYSTEM_TEXT_UNITS = 2048;
 constexpr UINT KV_NOTIFY_AFTER_INIT_MS = 1000;
 constexpr UINT KV_NOTIFY_AFTER_SETTINGS_MS = 5000;
 constexpr UINT KV_NOTIFY_AFTER_CONNECT_MS = 2000;
-// Chat bodies above KV_MAX_CHAT_BODY_BYTES and up to this are read and dropped; above it the link
-// ends, since reading gigabytes to stay in step helps nobody.
-constexpr std::uint32_t KV_MAX_CHAT_SKIP_BYTES = 64u << 20;
 constexpr UINT KV_SETTINGS_DIALOG_DELAY_MS = 500;
 constexpr std::size_t KV_NOTIFY_NAME_UNITS = 259;
 constexpr std::uint32_t KV_IDLE_ICON_AFTER_LAST_VIEWER = 1;
@@ -673,19 +670,22 @@ bool CServiceLink::OnChatMessage()
     // frame; one so large that no service would send it means the stream is lost.
     if (head.dwMessageLength > KV_MAX_CHAT_SKIP_BYTES)
     {
-        LOG4CXX_ERROR(logger, L"Chat message body of " << head.dwMessageLength
-                                                       << L" bytes cannot be a chat message; the link to the service ends.");
+        LOG4CXX_ERROR(logger, L"Chat message body of "
+                                  << head.dwMessageLength
+                                  << L" bytes cannot be a chat message; the link to the service ends.");
         return false;
     }
     if (!KvChatLengthAcceptable(head.dwMessageLength))
     {
-        LOG4CXX_WARN(logger, L"Chat message body of " << head.dwMessageLength << L" bytes exceeds the limit of "
-                                                      << KV_MAX_CHAT_BODY_BYTES << L" bytes; it is read and skipped.");
+        LOG4CXX_WARN(logger, L"Chat message body of "
+                                 << head.dwMessageLength << L" bytes exceeds the limit of "
+                                 << KV_MAX_CHAT_BODY_BYTES << L" bytes; it is read and skipped.");
         return SkipBytes(head.dwMessageLength);
     }
     if (head.dwMessageLength % 2 != 0)
-        LOG4CXX_WARN(logger, L"Chat message body of " << head.dwMessageLength
-                                                      << L" bytes ends in half a character; the last byte is not shown.");
+        LOG4CXX_WARN(logger, L"Chat message body of "
+                                 << head.dwMessageLength
+                                 << L" bytes ends in half a character; the last byte is not shown.");
     const std::size_t cbWhole = sizeof head + head.dwMessageLength;
     std::unique_ptr<std::uint8_t[]> whole(new (std::nothrow) std::uint8_t[cbWhole]);
     if (!whole)

@@ -242,9 +242,8 @@ TEST(ResidentAgent, RecordsFullOfFFsAndTextsWithoutTerminatorAreCutNotOverrun)
                                 "MSG_TRAYICON_CONNECT_INFO.szUsername has no terminator; cut to 259 units.",
                                 "MSG_TRAYICON_NOTIFY_ALL.szText has no terminator; cut to 4097 units."})
         EXPECT_LE(1u, CountMessage(log, "WARN", "ConnectionInfo", szField)) << szField;
-    EXPECT_EQ(1u,
-              CountMessage(log, "ERROR", "ConnectionInfo",
-                           "Chat message body of 4294967295 bytes exceeds the limit of 1048576 bytes; the "
-                           "link to the service ends."));
+    EXPECT_EQ(1u, CountMessage(log, "ERROR", "ConnectionInfo",
+                               "Chat message body of 4294967295 bytes cannot be a chat message; the link to "
+                               "the service ends."));
     EXPECT_FALSE(r.shell.Read().bHeld);
 }

@@ -451,7 +451,8 @@ void Engine::SendChat(const Command& cmd)
         const std::uint32_t length = cmd.OptionU32("length");
         std::memcpy(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength), &length, 4);
     }
-    if (!KvChatLengthAcceptable(KvReadU32(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength))))
+    // Up to the skip bound the agent reads the body whole; beyond it, it may let the link go.
+    if (KvReadU32(rec.data() + offsetof(MSG_CHAT_MESSAGE, dwMessageLength)) > KV_MAX_CHAT_SKIP_BYTES)
         m_bOutgoingMayEndLink = true;
     Send(rec.data(), rec.size());
 }

@@ -19,6 +19,7 @@ constexpr unsigned kSliceMs = 50; // how often the stop flag and the line queue 
 constexpr std::size_t kReceiveBytes = 65536;
 // A soak record whose echo takes longer has hung the agent; pop-ups on a loaded machine do not.
 constexpr unsigned kSoakAnswerMs = 15000;
+constexpr unsigned kAgentSendTimeoutMs = 10000;
 
 } // namespace
 
@@ -105,7 +106,7 @@ void Server::Flush()
     const std::string why = SocketErrorText(LastSocketError());
     // Whether the agent was right to end the link the script's next expectation tells.
     if (bMayEnd)
-        m_reporter.Note("the agent ended the link during a chat body beyond its bound: " + why);
+        m_reporter.Note("the agent ended the link during a chat body beyond what it skips: " + why);
     else
         m_reporter.Error("send to the agent failed: " + why);
 }
@@ -213,6 +214,9 @@ bool Server::Pump(Until until, unsigned timeoutMs, LineQueue* lines, std::string
                 continue;
             }
             SetNoDelay(s);
+            // A send to an agent that stopped reading fails in the end instead of holding the
+            // script: under Wine a send blocked on a full buffer is not woken when the peer resets.
+            SetSendTimeout(s, kAgentSendTimeoutMs);
             m_agent = std::move(s);
             m_reporter.Note("agent connected");
             m_engine.Start();

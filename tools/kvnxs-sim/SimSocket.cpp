@@ -255,7 +255,10 @@ bool SendTo(const Socket& s, const std::uint8_t* data, std::size_t size, const P
     return n >= 0 && static_cast<std::size_t>(n) == size;
 }
 
-void SetReceiveTimeout(const Socket& s, unsigned ms)
+namespace
+{
+
+void SetTimeout(const Socket& s, int option, unsigned ms)
 {
 #if defined(_WIN32)
     DWORD v = ms;
@@ -264,7 +267,19 @@ void SetReceiveTimeout(const Socket& s, unsigned ms)
     v.tv_sec = static_cast<time_t>(ms / 1000);
     v.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
 #endif
-    setsockopt(s.Get(), SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&v), sizeof v);
+    setsockopt(s.Get(), SOL_SOCKET, option, reinterpret_cast<const char*>(&v), sizeof v);
+}
+
+} // namespace
+
+void SetReceiveTimeout(const Socket& s, unsigned ms)
+{
+    SetTimeout(s, SO_RCVTIMEO, ms);
+}
+
+void SetSendTimeout(const Socket& s, unsigned ms)
+{
+    SetTimeout(s, SO_SNDTIMEO, ms);
 }
 
 bool WaitReadable(const std::vector<SocketHandle>& sockets, unsigned timeoutMs, std::vector<bool>& ready)

@@ -76,6 +76,7 @@ long RecvSome(const Socket& s, std::uint8_t* buf, std::size_t size);
 long RecvFrom(const Socket& s, std::uint8_t* buf, std::size_t size, PeerAddress& from);
 bool SendTo(const Socket& s, const std::uint8_t* data, std::size_t size, const PeerAddress& to);
 void SetReceiveTimeout(const Socket& s, unsigned ms);
+void SetSendTimeout(const Socket& s, unsigned ms);
 
 // Waits until one of the sockets is readable; ready[i] tells which. Returns false on a timeout
 // or an error.
