@@ -214,6 +214,7 @@ const KvSystemApi g_defaultSystemApi = {
     MessageBeep,
     FlashWindow,
     GetUserNameW,
+    GetFileInformationByHandle,
 };
 
 std::atomic<const KvSystemApi*> g_pSystemApi{&g_defaultSystemApi};

@@ -89,6 +89,9 @@ struct KvSystemApi
     BOOL(WINAPI* pfnFlashWindow)(HWND hWnd, BOOL bInvert);
     // GetUserNameW: the account the agent runs as (a service starts it as "SYSTEM").
     BOOL(WINAPI* pfnGetUserNameW)(LPWSTR lpBuffer, LPDWORD pcbBuffer);
+    // --- Files. Wine cannot make a symbolic link or a junction and reports no reparse points, so
+    // a test stands in for a temporary file that was replaced by one.
+    BOOL(WINAPI* pfnGetFileInformationByHandle)(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION pInfo);
 };
 
 // The table in use. Thread-safe to read; the entries are called from any thread.

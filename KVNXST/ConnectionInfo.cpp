@@ -297,7 +297,7 @@ bool CServiceLink::Dispatch(std::uint32_t dwType)
     {
         const auto* rec = Read<MSG_TRAYICON_SFT_DELETE_TEMP>();
         if (rec != nullptr)
-            w.FileTransfer().DeleteTempFile(rec->dwTempFile);
+            w.FileTransfer().SFT_DeleteTempFile(rec->dwTempFile);
         return rec != nullptr;
     }
     case MSG_TYPE_TRAYICON_SETTINGS_DIALOG:
@@ -536,7 +536,7 @@ bool CServiceLink::OnSftInitTemp()
     TerminateField(rec->szEventName, L"MSG_TRAYICON_SFT_INIT_TEMP.szEventName");
     TerminateField(rec->szTempIniPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szTempIniPath");
     TerminateField(rec->szDataPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szDataPath");
-    m_window.FileTransfer().CreateTempFiles(*rec);
+    m_window.FileTransfer().SFT_CreateTempFiles(*rec);
     // The service waits on this event whether or not the files could be made.
     HANDLE hEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, KvWide(rec->szEventName));
     if (hEvent != nullptr)

@@ -1,34 +1,96 @@
 #include "SFT_DropWindow.h"
 
+#include "KvException.h"
 #include "KvLogging.h"
+#include "ProfileReg.h"
+#include "UtilFile.h"
+
+#include <cwchar>
+#include <iterator>
+#include <string>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::SFT_DropWindow));
 
-// File transfer is not part of this build yet: the service's requests are taken and logged, the
-// named event of 67002 is still set by the caller so the service does not wait.
+// The drop windows are not part of this build yet: their requests are taken and logged.
 
 INT_PTR CALLBACK SFTDropWndProc(HWND /*hDlg*/, UINT /*uMsg*/, WPARAM /*wParam*/, LPARAM /*lParam*/)
 {
     return FALSE;
 }
 
+namespace
+{
+
+constexpr wchar_t KV_SFT_SECTION[] = L"Settings";
+constexpr wchar_t KV_SFT_TEMP_INI_VALUE[] = L"SFT:TempIni";
+constexpr wchar_t KV_SFT_DATA_VALUE[] = L"SFT:Data";
+
+std::wstring PathOf(const char16_t* szPath, std::size_t cchMax)
+{
+    const wchar_t* p = reinterpret_cast<const wchar_t*>(szPath);
+    return std::wstring(p, wcsnlen(p, cchMax));
+}
+
+// Creates one file and remembers it: the path kept, then the registry value.
+void CreateAndRemember(const std::wstring& path, std::wstring& kept, const wchar_t* szValue)
+{
+    LOG4CXX_INFO(logger, L"Create: " << path);
+    KvCreateNewFile(path.c_str());
+    kept = path;
+    g_ProfileReg.WriteProfileString(KV_SFT_SECTION, szValue, path.c_str());
+}
+
+} // namespace
+
 CFileTransfer::~CFileTransfer()
 {
-    DeleteTempFile(1);
-    DeleteTempFile(2);
+    // What the service did not delete before the agent ended goes now, as it would have.
+    if (!m_tempIni.empty())
+        SFT_DeleteTempFile(1);
+    if (!m_tempData.empty())
+        SFT_DeleteTempFile(2);
 }
 
-int CFileTransfer::CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& /*init*/)
+int CFileTransfer::SFT_CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& init)
 {
-    KvLogBlock logBlock(logger, L"CFileTransfer::CreateTempFiles");
-    LOG4CXX_WARN(logger, L"File transfer is not built yet: no temporary files created.");
-    return 0;
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_CreateTempFiles");
+    try
+    {
+        CreateAndRemember(PathOf(init.szTempIniPath, std::size(init.szTempIniPath)), m_tempIni,
+                          KV_SFT_TEMP_INI_VALUE);
+        CreateAndRemember(PathOf(init.szDataPath, std::size(init.szDataPath)), m_tempData, KV_SFT_DATA_VALUE);
+    }
+    catch (const kvUtil::kvException& e)
+    {
+        LOG4CXX_ERROR(logger, L"CTaskBarWindow::SFT_CreateTempFiles: Unable to create file. Error: "
+                                  << e.Text() << L" error code = " << e.Error());
+        return 0;
+    }
+    return 1;
 }
 
-void CFileTransfer::DeleteTempFile(unsigned int uTempFile)
+void CFileTransfer::SFT_DeleteTempFile(unsigned int uTempFile)
 {
-    KvLogBlock logBlock(logger, L"CFileTransfer::DeleteTempFile");
-    LOG4CXX_WARN(logger, L"File transfer is not built yet: temporary file " << uTempFile << L" not deleted.");
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_DeleteTempFile");
+    LOG4CXX_INFO(logger, L"uTempFile=" << uTempFile);
+    std::wstring* pPath = uTempFile == 1 ? &m_tempIni : uTempFile == 2 ? &m_tempData : nullptr;
+    if (pPath == nullptr)
+    {
+        LOG4CXX_WARN(logger, L"CTaskBarWindow::SFT_DeleteTempFile: Unknown SFT temp file type: " << uTempFile);
+        return;
+    }
+    try
+    {
+        KvSecureDeleteFile(pPath->c_str());
+    }
+    catch (const kvUtil::kvException& e)
+    {
+        LOG4CXX_ERROR(logger, L"Unable to delete file. Error: " << e.Text() << L" error code = " << e.Error());
+        return;
+    }
+    LOG4CXX_INFO(logger, L"Deleted: " << *pPath);
+    g_ProfileReg.Delete(KV_SFT_SECTION, uTempFile == 1 ? KV_SFT_TEMP_INI_VALUE : KV_SFT_DATA_VALUE);
+    pPath->clear();
 }
 
 void CFileTransfer::AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop)

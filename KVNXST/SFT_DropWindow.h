@@ -6,7 +6,6 @@
 
 #include <windows.h>
 
-#include <list>
 #include <string>
 
 INT_PTR CALLBACK SFTDropWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lParam);
@@ -19,8 +18,13 @@ public:
     CFileTransfer(const CFileTransfer&) = delete;
     CFileTransfer& operator=(const CFileTransfer&) = delete;
 
-    int CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& init);
-    void DeleteTempFile(unsigned int uTempFile);
+    // The service's two temporary files, created new in the user's context and remembered in the
+    // registry ("SFT:TempIni", "SFT:Data") so that a later agent knows them; 1 when both exist.
+    // Runs on the connection thread.
+    int SFT_CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& init);
+    // 1: the settings file, 2: the data file. Deleted securely; its registry value goes only once
+    // the file has gone. Runs on the connection thread.
+    void SFT_DeleteTempFile(unsigned int uTempFile);
     void AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop);
     // nViewerId -1: every viewer's.
     void RemoveDropWindow(int nViewerId);
@@ -28,7 +32,6 @@ public:
     void DestroyDropWindow();
 
 private:
-    std::list<std::wstring> m_tempFiles;
     std::wstring m_tempIni;
     std::wstring m_tempData;
     HWND m_hDropWnd = nullptr;

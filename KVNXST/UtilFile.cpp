@@ -1,6 +1,9 @@
 #include "UtilFile.h"
 
+#include "KvException.h"
+#include "KvHandles.h"
 #include "KvLogging.h"
+#include "KvSystemApi.h"
 
 #include <shellapi.h>
 
@@ -140,4 +143,39 @@ int ExecutePermission(int nPort, int nAfType)
     CloseHandle(pi.hThread);
     CloseHandle(pi.hProcess);
     return 1;
+}
+
+namespace
+{
+
+// Read, write and delete access, no sharing.
+KvKernelHandle OpenExclusive(const wchar_t* szPath, DWORD dwDisposition)
+{
+    HANDLE hFile = CreateFileW(szPath, GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, dwDisposition,
+                               FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (hFile == INVALID_HANDLE_VALUE)
+        throw kvUtil::kvException(L"Cannot get file handle.", GetLastError());
+    return KvKernelHandle(hFile);
+}
+
+} // namespace
+
+void KvCreateNewFile(const wchar_t* szPath)
+{
+    OpenExclusive(szPath, CREATE_NEW);
+}
+
+void KvSecureDeleteFile(const wchar_t* szPath)
+{
+    // The link itself is opened, never what it points to.
+    const KvKernelHandle file = OpenExclusive(szPath, OPEN_EXISTING);
+    BY_HANDLE_FILE_INFORMATION info = {};
+    if (!KvGetSystemApi().pfnGetFileInformationByHandle(file.Get(), &info))
+        throw kvUtil::kvException(L"Cannot get file info.", GetLastError());
+    if ((info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+        throw kvUtil::kvException(L"File is reparse point.", ERROR_ACCESS_DENIED);
+    FILE_DISPOSITION_INFO disposition = {};
+    disposition.DeleteFile = TRUE;
+    if (!SetFileInformationByHandle(file.Get(), FileDispositionInfo, &disposition, sizeof disposition))
+        throw kvUtil::kvException(L"Cannot set file info.", GetLastError());
 }

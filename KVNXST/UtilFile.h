@@ -1,4 +1,5 @@
-// Loading the agent's own libraries and starting programs through the shell.
+// Loading the agent's own libraries, starting programs through the shell, and the temporary files
+// of the file transfer.
 #pragma once
 
 #include <windows.h>
@@ -26,3 +27,14 @@ int GetAgentFolder(wchar_t* szFolder, DWORD cchFolder);
 // Starts the agent again as " -Permission <nPort> <nAfType>", so the question has a process of its
 // own. Nonzero when the child was started; otherwise the last error says why.
 int ExecutePermission(int nPort, int nAfType);
+
+// Creates the empty file szPath, which must not exist yet, with no sharing, in the caller's
+// context. Throws kvUtil::kvException "Cannot get file handle." with the system error otherwise.
+void KvCreateNewFile(const wchar_t* szPath);
+
+// Deletes szPath through a handle the agent holds without sharing, so nobody can swap the file in
+// between: the handle is marked for deletion and closed. A file that is a reparse point (a
+// symbolic link or junction put in its place) is refused, so its target stays untouched. Throws
+// kvUtil::kvException "Cannot get file handle.", "Cannot get file info.", "File is reparse point."
+// or "Cannot set file info." with the system error.
+void KvSecureDeleteFile(const wchar_t* szPath);

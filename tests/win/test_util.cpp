@@ -1,6 +1,8 @@
 // The error text the log shows for a system error code, and UtilSettings and UtilFile against the stand-in
 // service program and settings library, which record how they were called (fake_record.h). The service's
 // restart, its start and the file information have no caller in the agent and no test here.
+#include "KvException.h"
+#include "KvSystemApi.h"
 #include "UtilFile.h"
 #include "UtilLog.h"
 #include "UtilSettings.h"
@@ -104,4 +106,52 @@ TEST(UtilLogErrorText, OneLineOfTheSystemsTextOrTheNumberAlone)
         ASSERT_EQ(std::wstring::npos, text.find_first_of(L"\r\n")) << dwCode;
         ASSERT_NE(L' ', text.back()) << dwCode;
     }
+}
+
+// The temporary files of the file transfer: made only where nothing is, and deleted only when the
+// name is still the plain file the agent made. Wine cannot make a reparse point, so the system's
+// answer about the file says it is one.
+TEST(UtilFile, TempFileIsCreatedOnlyNewAndNeverDeletedThroughALink)
+{
+    const kvtest::TempFolder folder;
+    const std::wstring path = folder.Path() + L"transfer.ini";
+    const auto Failure = [](auto&& action) -> std::wstring
+    {
+        try
+        {
+            action();
+        }
+        catch (const kvUtil::kvException& e)
+        {
+            return e.Text() + L" " + std::to_wstring(e.Error());
+        }
+        return L"none";
+    };
+
+    EXPECT_EQ(L"none", Failure([&] { KvCreateNewFile(path.c_str()); }));
+    kvtest::WriteTextFile(path, "kept");
+    EXPECT_EQ(L"Cannot get file handle. 80", Failure([&] { KvCreateNewFile(path.c_str()); }));
+    EXPECT_EQ("kept", kvtest::ReadTextFile(path));
+
+    KvSystemApi api = KvDefaultSystemApi();
+    api.pfnGetFileInformationByHandle = [](HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION pInfo) -> BOOL
+    {
+        const BOOL bRead = GetFileInformationByHandle(hFile, pInfo);
+        pInfo->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        return bRead;
+    };
+    {
+        KvScopedSystemApi scoped(api);
+        EXPECT_EQ(L"File is reparse point. 5", Failure([&] { KvSecureDeleteFile(path.c_str()); }));
+    }
+    EXPECT_EQ("kept", kvtest::ReadTextFile(path));
+
+    // Somebody else holding the file open keeps it too.
+    HANDLE hHeld = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_EQ(L"Cannot get file handle. 32", Failure([&] { KvSecureDeleteFile(path.c_str()); }));
+    CloseHandle(hHeld);
+
+    EXPECT_EQ(L"none", Failure([&] { KvSecureDeleteFile(path.c_str()); }));
+    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(path.c_str()));
+    EXPECT_EQ(L"Cannot get file handle. 2", Failure([&] { KvSecureDeleteFile(path.c_str()); }));
 }
