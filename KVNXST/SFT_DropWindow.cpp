@@ -5,8 +5,6 @@
 #include "ProfileReg.h"
 #include "UtilFile.h"
 
-#include <cwchar>
-#include <iterator>
 #include <string>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::SFT_DropWindow));
@@ -25,10 +23,9 @@ constexpr wchar_t KV_SFT_SECTION[] = L"Settings";
 constexpr wchar_t KV_SFT_TEMP_INI_VALUE[] = L"SFT:TempIni";
 constexpr wchar_t KV_SFT_DATA_VALUE[] = L"SFT:Data";
 
-std::wstring PathOf(const char16_t* szPath, std::size_t cchMax)
+template <std::size_t N> std::wstring PathOf(const char16_t (&szPath)[N])
 {
-    const wchar_t* p = reinterpret_cast<const wchar_t*>(szPath);
-    return std::wstring(p, wcsnlen(p, cchMax));
+    return std::wstring(KvWide(szPath), KvStringLength(szPath));
 }
 
 // Creates one file and remembers it: the path kept, then the registry value.
@@ -56,9 +53,9 @@ int CFileTransfer::SFT_CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& init)
     KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_CreateTempFiles");
     try
     {
-        CreateAndRemember(PathOf(init.szTempIniPath, std::size(init.szTempIniPath)), m_tempIni,
+        CreateAndRemember(PathOf(init.szTempIniPath), m_tempIni,
                           KV_SFT_TEMP_INI_VALUE);
-        CreateAndRemember(PathOf(init.szDataPath, std::size(init.szDataPath)), m_tempData, KV_SFT_DATA_VALUE);
+        CreateAndRemember(PathOf(init.szDataPath), m_tempData, KV_SFT_DATA_VALUE);
     }
     catch (const kvUtil::kvException& e)
     {
