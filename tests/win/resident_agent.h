@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <initializer_list>
 #include <mutex>
 #include <ostream>
@@ -152,6 +153,15 @@ private:
 constexpr DWORD kE2eWait = 15000;
 constexpr UINT kTrayIconId = 44444;
 
+// Asks done every 50 ms until it holds, at most ms; its last answer.
+inline bool WaitUntil(const std::function<bool()>& done, DWORD ms = kE2eWait)
+{
+    for (const ULONGLONG end = GetTickCount64() + ms; GetTickCount64() < end; Sleep(50))
+        if (done())
+            return true;
+    return done();
+}
+
 inline DWORD OwnSession()
 {
     DWORD dwSession = 0;
@@ -246,15 +256,7 @@ public:
     bool WaitForLog(const std::string& level, const std::string& logger, const std::string& message,
                     DWORD ms = kE2eWait) const
     {
-        const ULONGLONG end = GetTickCount64() + ms;
-        for (;;)
-        {
-            if (CountMessage(LogLines(), level, logger, message) != 0)
-                return true;
-            if (GetTickCount64() >= end)
-                return false;
-            Sleep(50);
-        }
+        return WaitUntil([&] { return CountMessage(LogLines(), level, logger, message) != 0; }, ms);
     }
     // What a failure shows: the simulator's trace and the agent's log.
     std::string Story() const { return "--- simulator\n" + sim.Trace() + "--- agent log\n" + folder.Log(); }

@@ -35,19 +35,21 @@ std::vector<HWND> ChatWindows(const Resident& r)
 // The first chat window other than hOld.
 HWND WaitForChatWindow(const Resident& r, HWND hOld = nullptr)
 {
-    for (const ULONGLONG end = GetTickCount64() + kE2eWait; GetTickCount64() < end; Sleep(50))
-        for (HWND hChat : ChatWindows(r))
-            if (hChat != hOld)
-                return hChat;
-    return nullptr;
+    HWND hFound = nullptr;
+    WaitUntil(
+        [&]
+        {
+            for (HWND hChat : ChatWindows(r))
+                if (hChat != hOld)
+                    return (hFound = hChat) != nullptr;
+            return false;
+        });
+    return hFound;
 }
 
 bool WaitForNoChatWindow(const Resident& r)
 {
-    for (const ULONGLONG end = GetTickCount64() + kE2eWait; GetTickCount64() < end; Sleep(50))
-        if (ChatWindows(r).empty())
-            return true;
-    return false;
+    return WaitUntil([&] { return ChatWindows(r).empty(); });
 }
 
 // The transcript's items, one string each.
@@ -70,12 +72,13 @@ std::vector<std::wstring> Transcript(HWND hChat)
 ::testing::AssertionResult LastItemHolds(HWND hChat, const std::wstring& part)
 {
     std::vector<std::wstring> items;
-    for (const ULONGLONG end = GetTickCount64() + kE2eWait; GetTickCount64() < end; Sleep(50))
-    {
-        items = Transcript(hChat);
-        if (!items.empty() && items.back().find(part) != std::wstring::npos)
-            return ::testing::AssertionSuccess();
-    }
+    if (WaitUntil(
+            [&]
+            {
+                items = Transcript(hChat);
+                return !items.empty() && items.back().find(part) != std::wstring::npos;
+            }))
+        return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "the last of " << items.size() << " items is \""
                                          << Narrow(items.empty() ? L"" : items.back()) << "\"";
 }
@@ -93,10 +96,7 @@ std::wstring ChatText(UINT uId)
 bool WaitForCount(const Resident& r, const std::string& level, const std::string& logger,
                   const std::string& text, size_t n)
 {
-    for (const ULONGLONG end = GetTickCount64() + kE2eWait; GetTickCount64() < end; Sleep(50))
-        if (CountMessage(r.LogLines(), level, logger, text) >= n)
-            return true;
-    return false;
+    return WaitUntil([&] { return CountMessage(r.LogLines(), level, logger, text) >= n; });
 }
 
 size_t SentChatMessages(const Resident& r)

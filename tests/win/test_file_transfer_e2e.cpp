@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <string>
 
 using namespace kvtest;
@@ -38,14 +37,6 @@ std::string Word(std::wstring path)
 {
     std::replace(path.begin(), path.end(), L'\\', L'/');
     return Narrow(path);
-}
-
-bool WaitUntil(const std::function<bool()>& done)
-{
-    for (const ULONGLONG end = GetTickCount64() + kE2eWait; GetTickCount64() < end; Sleep(50))
-        if (done())
-            return true;
-    return done();
 }
 
 } // namespace
