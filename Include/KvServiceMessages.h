@@ -239,15 +239,21 @@ struct MSG_TRAYICON_EXIT // 40001, 1,072 bytes
     MSG_TRAYICON_DESKTOP_USER_INFORMATION info; // its type word 0
 };
 
+// From offset 32 on the record belongs to the drop window: whom the files go to, the event that
+// tells the service they are listed, and the settings file they are listed in (its format is in
+// SFT_DropFiles.h); with no settings file they go to the clipboard as "KVNXS_Files".
 struct MSG_TRAYICON_SFT_DROP_CLIENT // 67001, 2,120 bytes
 {
     std::uint32_t dwType;
     std::uint32_t dwViewerId;
     std::uint32_t dwService8;
-    std::uint32_t dwPosition;  // written by the agent
-    std::uint64_t hDropWnd;    // written by the agent
-    std::uint64_t hTrayWnd;    // written by the agent
-    std::uint8_t data32[2088]; // the drop window's data from the service
+    std::uint32_t dwPosition;       // written by the agent
+    std::uint64_t hDropWnd;         // written by the agent
+    std::uint64_t hTrayWnd;         // written by the agent
+    char16_t szViewerName[261];     // shown on the window
+    char16_t szEventName[261];      // set once the files are listed
+    char16_t szFileListPath[261];   // the transfer's temporary settings file, or empty
+    std::uint8_t reserved1598[522]; // zero
 };
 
 struct MSG_TRAYICON_SFT_INIT_TEMP // 67002, 1,572 bytes
@@ -524,7 +530,10 @@ KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, dwService8, 8);
 KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, dwPosition, 12);
 KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, hDropWnd, 16);
 KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, hTrayWnd, 24);
-KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, data32, 32);
+KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, szViewerName, 32);
+KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, szEventName, 554);
+KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, szFileListPath, 1076);
+KV_OFFSET(MSG_TRAYICON_SFT_DROP_CLIENT, reserved1598, 1598);
 
 KV_RECORD_SIZE(MSG_TRAYICON_SFT_INIT_TEMP, 1572);
 KV_NO_PADDING(MSG_TRAYICON_SFT_INIT_TEMP);

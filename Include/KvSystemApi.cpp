@@ -215,6 +215,7 @@ const KvSystemApi g_defaultSystemApi = {
     FlashWindow,
     GetUserNameW,
     GetFileInformationByHandle,
+    WNetGetUniversalNameW,
 };
 
 std::atomic<const KvSystemApi*> g_pSystemApi{&g_defaultSystemApi};

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <windows.h>
+#include <winnetwk.h>
 #include <wtsapi32.h>
 
 struct KvSystemApi
@@ -92,6 +93,10 @@ struct KvSystemApi
     // --- Files. Wine cannot make a symbolic link or a junction and reports no reparse points, so
     // a test stands in for a temporary file that was replaced by one.
     BOOL(WINAPI* pfnGetFileInformationByHandle)(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION pInfo);
+    // WNetGetUniversalNameW: Wine maps no drive letter to a network share, so a test stands in for
+    // a mapped network drive.
+    DWORD(WINAPI* pfnWNetGetUniversalNameW)
+    (LPCWSTR lpLocalPath, DWORD dwInfoLevel, LPVOID lpBuffer, LPDWORD lpBufferSize);
 };
 
 // The table in use. Thread-safe to read; the entries are called from any thread.

@@ -11,6 +11,7 @@
 #include "KvServiceMessages.h"
 #include "KvSocket.h"
 #include "ReverseConnectionReport.h"
+#include "SFT_DropFiles.h"
 #include "SFT_DropWindow.h"
 #include "TrayWindowLink.h"
 #include "UtilFile.h"
@@ -139,6 +140,7 @@ private:
     bool OnAddresses();
     bool OnReverseConnection();
     void ReportReverseConnection(const MSG_REVERSE_CONNECTION& rec);
+    bool OnSftDropClient();
     bool OnChatOpen();
     bool OnChatMessage();
     // Reads and drops cb bytes through the receive buffer.
@@ -285,12 +287,7 @@ bool CServiceLink::Dispatch(std::uint32_t dwType)
     case MSG_TYPE_TRAYICON_DESKTOP_EFFECTS:
         return OnDesktopEffects();
     case MSG_TYPE_TRAYICON_SFT_DROP_CLIENT:
-    {
-        auto* rec = Read<MSG_TRAYICON_SFT_DROP_CLIENT>();
-        if (rec != nullptr)
-            w.FileTransfer().AddDropWindow(*rec);
-        return rec != nullptr;
-    }
+        return OnSftDropClient();
     case MSG_TYPE_TRAYICON_SFT_INIT_TEMP:
         return OnSftInitTemp();
     case MSG_TYPE_TRAYICON_SFT_DELETE_TEMP:
@@ -491,12 +488,12 @@ bool CServiceLink::OnDisconnectNotify()
     NotifyDialog(WM_KV_NOTIFY_DISCONNECTED, 0, L" disconnected", *rec);
     if (rec->dwConnections == 0)
     {
-        m_window.FileTransfer().RemoveDropWindow(-1);
+        m_window.FileTransfer().SFT_RemoveDropWindow(-1);
         m_window.SetIconSelector(KV_IDLE_ICON_AFTER_LAST_VIEWER);
     }
     else
     {
-        m_window.FileTransfer().RemoveDropWindow(static_cast<int>(rec->dwViewerId));
+        m_window.FileTransfer().SFT_RemoveDropWindow(static_cast<int>(rec->dwViewerId));
     }
     m_window.NotifyDisconnect();
     return true;
@@ -538,16 +535,19 @@ bool CServiceLink::OnSftInitTemp()
     TerminateField(rec->szDataPath, L"MSG_TRAYICON_SFT_INIT_TEMP.szDataPath");
     m_window.FileTransfer().SFT_CreateTempFiles(*rec);
     // The service waits on this event whether or not the files could be made.
-    HANDLE hEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, KvWide(rec->szEventName));
-    if (hEvent != nullptr)
-    {
-        SetEvent(hEvent);
-        CloseHandle(hEvent);
-    }
-    else
-    {
-        LOG4CXX_WARN(logger, L"Cannot open event. Last error: " << GetLastError());
-    }
+    KvSetServiceEvent(KvWide(rec->szEventName));
+    return true;
+}
+
+bool CServiceLink::OnSftDropClient()
+{
+    auto* rec = Read<MSG_TRAYICON_SFT_DROP_CLIENT>();
+    if (rec == nullptr)
+        return false;
+    TerminateField(rec->szViewerName, L"MSG_TRAYICON_SFT_DROP_CLIENT.szViewerName");
+    TerminateField(rec->szEventName, L"MSG_TRAYICON_SFT_DROP_CLIENT.szEventName");
+    TerminateField(rec->szFileListPath, L"MSG_TRAYICON_SFT_DROP_CLIENT.szFileListPath");
+    m_window.FileTransfer().SFT_AddDropWindow(*rec);
     return true;
 }
 

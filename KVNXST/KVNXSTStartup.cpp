@@ -133,6 +133,17 @@ void CloseStopEvent()
     CloseGlobalHandle(g_hStopEvent);
 }
 
+// The modeless dialogs' keys (Tab, Enter, Esc, mnemonics) work as in any dialog.
+bool IsModelessDialogKey(MSG& msg)
+{
+    if (msg.message < WM_KEYFIRST || msg.message > WM_KEYLAST || msg.hwnd == nullptr)
+        return false;
+    HWND hRoot = GetAncestor(msg.hwnd, GA_ROOT);
+    wchar_t szClass[8] = {};
+    return hRoot != nullptr && GetClassNameW(hRoot, szClass, 8) != 0 && wcscmp(szClass, L"#32770") == 0 &&
+           IsDialogMessageW(hRoot, &msg);
+}
+
 void RunMessageLoop()
 {
     KvLogBlock logBlock(logger, L"RunMessageLoop");
@@ -142,7 +153,7 @@ void RunMessageLoop()
         const BOOL bResult = GetMessageW(&msg, nullptr, 0, 0);
         if (bResult == 0)
             break;
-        if (bResult == -1)
+        if (bResult == -1 || IsModelessDialogKey(msg))
             continue;
         TranslateMessage(&msg);
         DispatchMessageW(&msg);

@@ -76,7 +76,8 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
 {
     KvLogBlock logBlock(logger, L"CTaskBarWindow::CTaskBarWindow");
     LOG4CXX_INFO(logger, L"uiPort=" << uiPort);
-    CoInitialize(nullptr);
+    // OLE, not only COM: the drop windows are drop targets.
+    OleInitialize(nullptr);
     // An agent that died with the desktop stripped left a note: put the user's desktop back first.
     m_desktopOptions.Recover();
 
@@ -122,6 +123,7 @@ CTaskBarWindow::CTaskBarWindow(unsigned int uiPort)
             LOG4CXX_ERROR(logger, L"CreateWindowExW failed. Error = " << GetLastError());
         m_trayIcon.Create(m_hWnd, GetFileMajorVersion(L"Shell32.dll") >= 5);
         m_desktopOptions.SetWindow(m_hWnd);
+        m_fileTransfer.SetWindow(m_hWnd);
     }
     if (m_hWnd == nullptr || bSystem)
         PostQuitMessage(0);
@@ -144,7 +146,7 @@ CTaskBarWindow::~CTaskBarWindow()
     }
     if (m_hSessionEvent != nullptr)
         CloseHandle(m_hSessionEvent);
-    CoUninitialize();
+    OleUninitialize();
 }
 
 void CTaskBarWindow::OnInit()
@@ -282,13 +284,9 @@ LRESULT CTaskBarWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam)
         return 0;
     case WM_KV_DROP_WINDOW:
         if (wParam == 1000)
-        {
-            HWND hDrop = KvCreateModelessDialog(nullptr, IDD_SFT_DROP, SFTDropWndProc, lParam);
-            if (hDrop != nullptr)
-                ShowWindow(hDrop, SW_SHOW);
-        }
+            m_fileTransfer.CreateDropWindow(reinterpret_cast<MSG_TRAYICON_SFT_DROP_CLIENT*>(lParam));
         else if (wParam == 1001)
-            m_fileTransfer.EraseDropWindow(lParam != 0 ? static_cast<int>(lParam) : -1);
+            m_fileTransfer.SFT_EraseDropWindow(lParam != 0 ? static_cast<int>(lParam) : -1);
         return 0;
     case WM_KV_JOIN_SESSION_WAIT:
         m_reverse.OnWait(m_hWnd, wParam);
@@ -361,7 +359,7 @@ void CTaskBarWindow::OnDestroy()
     // that thread has let go of it.
     m_socket.Close();
     m_notice.Close();
-    m_fileTransfer.DestroyDropWindow();
+    m_fileTransfer.CloseAllDropWindows();
     Sleep(0);
     Sleep(250);
     Sleep(0);
@@ -374,7 +372,7 @@ void CTaskBarWindow::OnEndSession(WPARAM wParam)
     g_nExitCode = KV_EXIT_CODE_ENDED;
     if (!wParam)
         return;
-    m_fileTransfer.RemoveDropWindow(-1);
+    m_fileTransfer.SFT_RemoveDropWindow(-1);
     const MSG_TRAYICON_SESSION_END end = KvBuildSessionEnd(g_nSessionId);
     SendToService(&end, sizeof end);
 }

@@ -1,20 +1,18 @@
 #include "SFT_DropWindow.h"
 
+#include "KVNXSTWindow.h"
 #include "KvException.h"
 #include "KvLogging.h"
 #include "ProfileReg.h"
+#include "SFT_DropDialog.h"
 #include "UtilFile.h"
+#include "resource.h"
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::SFT_DropWindow));
-
-// The drop windows are not part of this build yet: their requests are taken and logged.
-
-INT_PTR CALLBACK SFTDropWndProc(HWND /*hDlg*/, UINT /*uMsg*/, WPARAM /*wParam*/, LPARAM /*lParam*/)
-{
-    return FALSE;
-}
 
 namespace
 {
@@ -90,27 +88,133 @@ void CFileTransfer::SFT_DeleteTempFile(unsigned int uTempFile)
     pPath->clear();
 }
 
-void CFileTransfer::AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop)
+namespace
 {
-    KvLogBlock logBlock(logger, L"CFileTransfer::AddDropWindow");
-    LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window for viewer " << drop.dwViewerId);
+
+HWND DropWindowOf(const MSG_TRAYICON_SFT_DROP_CLIENT& entry)
+{
+    return reinterpret_cast<HWND>(static_cast<ULONG_PTR>(entry.hDropWnd));
 }
 
-void CFileTransfer::RemoveDropWindow(int nViewerId)
+// Made, and closed since: its report (1001) may still be on its way.
+bool IsClosed(const MSG_TRAYICON_SFT_DROP_CLIENT& entry)
 {
-    KvLogBlock logBlock(logger, L"CFileTransfer::RemoveDropWindow");
-    LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window to remove for viewer " << nViewerId);
+    return entry.hDropWnd != 0 && !IsWindow(DropWindowOf(entry));
 }
 
-void CFileTransfer::EraseDropWindow(int nViewerId)
+bool IsOf(const MSG_TRAYICON_SFT_DROP_CLIENT& entry, int nViewerId)
 {
-    KvLogBlock logBlock(logger, L"CFileTransfer::EraseDropWindow");
-    LOG4CXX_WARN(logger, L"File transfer is not built yet: no drop window to erase for viewer " << nViewerId);
+    return nViewerId == -1 || entry.dwViewerId == static_cast<std::uint32_t>(nViewerId);
 }
 
-void CFileTransfer::DestroyDropWindow()
+class CExclusive
 {
-    if (IsWindow(m_hDropWnd))
-        DestroyWindow(m_hDropWnd);
-    m_hDropWnd = nullptr;
+public:
+    explicit CExclusive(SRWLOCK& lock) : m_lock(lock) { AcquireSRWLockExclusive(&m_lock); }
+    ~CExclusive() { ReleaseSRWLockExclusive(&m_lock); }
+    CExclusive(const CExclusive&) = delete;
+    CExclusive& operator=(const CExclusive&) = delete;
+
+private:
+    SRWLOCK& m_lock;
+};
+
+} // namespace
+
+void CFileTransfer::SFT_AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop)
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_AddDropWindow");
+    LOG4CXX_INFO(logger, L"Viewer " << drop.dwViewerId);
+    MSG_TRAYICON_SFT_DROP_CLIENT* pBlock = nullptr;
+    HWND hOpen = nullptr;
+    {
+        const CExclusive lock(m_dropLock);
+        m_dropWindows.remove_if([&](const MSG_TRAYICON_SFT_DROP_CLIENT& entry)
+                                { return entry.dwViewerId == drop.dwViewerId && IsClosed(entry); });
+        for (const MSG_TRAYICON_SFT_DROP_CLIENT& entry : m_dropWindows)
+            if (entry.dwViewerId == drop.dwViewerId)
+                hOpen = DropWindowOf(entry);
+        if (hOpen == nullptr)
+        {
+            MSG_TRAYICON_SFT_DROP_CLIENT& block = m_dropWindows.emplace_back(drop);
+            block.dwPosition = static_cast<std::uint32_t>(m_dropWindows.size() - 1);
+            block.hDropWnd = 0;
+            block.hTrayWnd = reinterpret_cast<ULONG_PTR>(m_hTrayWnd);
+            pBlock = &block;
+        }
+    }
+    if (hOpen != nullptr)
+    {
+        // The service's second request for the same viewer is the user's toggle.
+        LOG4CXX_INFO(logger, L"The drop window of viewer " << drop.dwViewerId << L" is open: it closes.");
+        PostMessageW(hOpen, WM_CLOSE, 0, 0);
+        return;
+    }
+    SendMessageW(m_hTrayWnd, WM_KV_DROP_WINDOW, 1000, reinterpret_cast<LPARAM>(pBlock));
+}
+
+void CFileTransfer::CreateDropWindow(MSG_TRAYICON_SFT_DROP_CLIENT* pBlock)
+{
+    {
+        // Only a block that is still listed: the message may come from anywhere on this desktop.
+        const CExclusive lock(m_dropLock);
+        const bool bListed = std::any_of(m_dropWindows.begin(), m_dropWindows.end(),
+                                         [&](const MSG_TRAYICON_SFT_DROP_CLIENT& entry)
+                                         { return &entry == pBlock && entry.hDropWnd == 0; });
+        if (!bListed)
+        {
+            LOG4CXX_WARN(logger, L"No drop window is waiting to be made for that block.");
+            return;
+        }
+    }
+    // The dialog works on its own copy, taken before this returns.
+    HWND hDrop =
+        KvCreateModelessDialog(nullptr, IDD_SFT_DROP, SFTDropWndProc, reinterpret_cast<LPARAM>(pBlock));
+    const CExclusive lock(m_dropLock);
+    if (hDrop == nullptr)
+    {
+        m_dropWindows.remove_if([&](const MSG_TRAYICON_SFT_DROP_CLIENT& entry) { return &entry == pBlock; });
+        return;
+    }
+    pBlock->hDropWnd = reinterpret_cast<ULONG_PTR>(hDrop);
+    ShowWindow(hDrop, SW_SHOW);
+}
+
+void CFileTransfer::SFT_RemoveDropWindow(int nViewerId)
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_RemoveDropWindow");
+    LOG4CXX_INFO(logger, L"Viewer " << nViewerId);
+    std::vector<HWND> windows;
+    {
+        const CExclusive lock(m_dropLock);
+        for (const MSG_TRAYICON_SFT_DROP_CLIENT& entry : m_dropWindows)
+            if (IsOf(entry, nViewerId) && entry.hDropWnd != 0)
+                windows.push_back(DropWindowOf(entry));
+    }
+    for (HWND hDrop : windows)
+        PostMessageW(hDrop, WM_KV_DROP_WINDOW, 0, 0);
+}
+
+void CFileTransfer::SFT_EraseDropWindow(int nViewerId)
+{
+    KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_EraseDropWindow");
+    const CExclusive lock(m_dropLock);
+    // A window still open for that viewer (a new one after a quick toggle) stays listed.
+    m_dropWindows.remove_if([&](const MSG_TRAYICON_SFT_DROP_CLIENT& entry)
+                            { return IsOf(entry, nViewerId) && IsClosed(entry); });
+    LOG4CXX_INFO(logger, L"Viewer " << nViewerId << L"; drop windows left: " << m_dropWindows.size());
+}
+
+void CFileTransfer::CloseAllDropWindows()
+{
+    std::vector<HWND> windows;
+    {
+        const CExclusive lock(m_dropLock);
+        for (const MSG_TRAYICON_SFT_DROP_CLIENT& entry : m_dropWindows)
+            if (entry.hDropWnd != 0)
+                windows.push_back(DropWindowOf(entry));
+        m_dropWindows.clear();
+    }
+    for (HWND hDrop : windows)
+        SendMessageW(hDrop, WM_KV_DROP_WINDOW, 0, 0);
 }

@@ -1,14 +1,13 @@
-// Simple file transfer on the agent's side: the temporary files the service asks for and one drop
-// window per viewer (dialog 110).
+// Simple file transfer on the agent's side: the temporary files the service asks for and the list
+// of drop windows, one per viewer (the window itself is SFT_DropDialog).
 #pragma once
 
 #include "KvServiceMessages.h"
 
 #include <windows.h>
 
+#include <list>
 #include <string>
-
-INT_PTR CALLBACK SFTDropWndProc(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lParam);
 
 class CFileTransfer
 {
@@ -25,14 +24,28 @@ public:
     // 1: the settings file, 2: the data file. Deleted securely; its registry value goes only once
     // the file has gone. Runs on the connection thread.
     void SFT_DeleteTempFile(unsigned int uTempFile);
-    void AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop);
-    // nViewerId -1: every viewer's.
-    void RemoveDropWindow(int nViewerId);
-    void EraseDropWindow(int nViewerId);
-    void DestroyDropWindow();
+
+    // The tray window, which makes the drop windows on its thread and hears when they close.
+    void SetWindow(HWND hTrayWnd) { m_hTrayWnd = hTrayWnd; }
+    // Opens the viewer's drop window; a second record for a viewer whose window is open closes it
+    // instead. Runs on the connection thread.
+    void SFT_AddDropWindow(const MSG_TRAYICON_SFT_DROP_CLIENT& drop);
+    // Asks the drop window of the viewer (-1: every viewer's) to close; each one erases itself from
+    // the list once it has closed. Runs on the connection thread.
+    void SFT_RemoveDropWindow(int nViewerId);
+    // Forgets the closed drop windows of the viewer (-1: all). Runs on the tray window's thread.
+    void SFT_EraseDropWindow(int nViewerId);
+    // Makes the window of a block that SFT_AddDropWindow put in the list. Tray window's thread.
+    void CreateDropWindow(MSG_TRAYICON_SFT_DROP_CLIENT* pBlock);
+    // Every drop window closes now and the list empties: the tray window is going.
+    void CloseAllDropWindows();
 
 private:
     std::wstring m_tempIni;
     std::wstring m_tempData;
-    HWND m_hDropWnd = nullptr;
+    HWND m_hTrayWnd = nullptr;
+    // A copy of each viewer's drop-client record, with the agent's fields filled in. Changed on
+    // both threads, so every access holds the lock; no window message is sent while it is held.
+    std::list<MSG_TRAYICON_SFT_DROP_CLIENT> m_dropWindows;
+    SRWLOCK m_dropLock = SRWLOCK_INIT;
 };

@@ -7,8 +7,11 @@
 
 #include <shellapi.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cwchar>
+#include <vector>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::UtilFile));
 
@@ -178,4 +181,33 @@ void KvSecureDeleteFile(const wchar_t* szPath)
     disposition.DeleteFile = TRUE;
     if (!SetFileInformationByHandle(file.Get(), FileDispositionInfo, &disposition, sizeof disposition))
         throw kvUtil::kvException(L"Cannot set file info.", GetLastError());
+}
+
+std::wstring KvUniversalPath(const std::wstring& path)
+{
+    // The answer holds a pointer into the buffer, then the name itself.
+    std::vector<std::uint8_t> buffer(sizeof(UNIVERSAL_NAME_INFOW) + (MAX_PATH + 1) * sizeof(wchar_t));
+    for (int nTry = 0; nTry < 2; ++nTry)
+    {
+        DWORD cb = static_cast<DWORD>(buffer.size());
+        const DWORD dwResult = KvGetSystemApi().pfnWNetGetUniversalNameW(
+            path.c_str(), UNIVERSAL_NAME_INFO_LEVEL, buffer.data(), &cb);
+        if (dwResult == ERROR_MORE_DATA && cb > buffer.size())
+        {
+            buffer.resize(cb);
+            continue;
+        }
+        if (dwResult != NO_ERROR)
+            break;
+        const auto* pInfo = reinterpret_cast<const UNIVERSAL_NAME_INFOW*>(buffer.data());
+        const auto* pEnd = reinterpret_cast<const wchar_t*>(buffer.data() + buffer.size());
+        const wchar_t* pName = pInfo->lpUniversalName;
+        if (pName == nullptr || pName < reinterpret_cast<const wchar_t*>(buffer.data()) || pName >= pEnd)
+            break;
+        const wchar_t* pNul = std::find(pName, pEnd, L'\0');
+        if (pNul == pEnd || pNul == pName)
+            break;
+        return std::wstring(pName, pNul);
+    }
+    return path;
 }

@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <string>
+
 // Loads szName from the agent's own folder and nowhere else, so a copy planted on the search path
 // is never picked up. Null on failure; the loader's error stays the last error (0 on success).
 HMODULE Vexa_LoadLibrary(const wchar_t* szName);
@@ -38,3 +40,7 @@ void KvCreateNewFile(const wchar_t* szPath);
 // kvUtil::kvException "Cannot get file handle.", "Cannot get file info.", "File is reparse point."
 // or "Cannot set file info." with the system error.
 void KvSecureDeleteFile(const wchar_t* szPath);
+
+// A file on a network drive by its UNC path (\\server\share\...), so that the name still means
+// the same file to a process that has no such drive letter; any other path comes back unchanged.
+std::wstring KvUniversalPath(const std::wstring& path);

@@ -114,6 +114,13 @@
 #define IDS_CHAT_MENU_SELECT_ALL        145   // transcript menu: select every message
 #define IDS_CHAT_SHORTENED              146   // last line of a message too long for its place
 
+// File drop window (IDD_SFT_DROP)
+#define IDS_SFT_SEND_TO_FMT             150   // whom the files go to: %ls the viewer's name
+#define IDS_SFT_SEND_TO_VIEWER          151   // the same when the service names nobody
+#define IDS_SFT_NOTHING_SENT            152   // a drop or choice that held no file (folders only)
+#define IDS_SFT_TOO_MANY                153   // more files chosen than the open-file dialog can return
+#define IDS_SFT_CHOOSE_TITLE            154   // caption of the open-file dialog
+
 // ---- Dialog controls ----------------------------------------------------------------------------
 // Buttons with the standard ids (IDOK, IDCANCEL, IDYES, IDNO) are left to windows.h.
 
@@ -186,6 +193,12 @@
 #define IDC_CHAT_SEND                   1103
 #define IDC_CHAT_TRANSCRIPT_LABEL       1104
 #define IDC_CHAT_INPUT_LABEL            1105
+
+// File drop window (IDD_SFT_DROP)
+#define IDC_SFT_VIEWER                  1111  // whom the files go to
+#define IDC_SFT_DROP_AREA               1112  // highlighted while files hover over the window
+#define IDC_SFT_STATUS                  1113  // why nothing was sent
+#define IDC_SFT_CHOOSE                  1114  // the open-file dialog, for those who cannot drag
 // clang-format on
 
 #endif // KVNXST_RESOURCE_H

@@ -1,13 +1,20 @@
-// The file transfer's temporary files through the built agent and the simulator: made new in the
-// user's context and remembered in the registry, the service's event set whatever happened, and
-// each file deleted on request with its value; a name already taken, an unknown file type and an
-// event nobody made are logged and lose nothing.
+// The file transfer through the built agent and the simulator. The temporary files: made new in
+// the user's context and remembered in the registry, the service's event set whatever happened,
+// and each file deleted on request with its value; a name already taken, an unknown file type and
+// an event nobody made are logged and lose nothing. The drop windows: one per viewer, toggled by a
+// second request, all closed with the last viewer; files dragged onto one from this process or
+// chosen with its button reach the service's list in order, names of any script and length intact.
 #include "resident_agent.h"
+
+#include "resource.h"
+
+#include <ole2.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 using namespace kvtest;
 
@@ -37,6 +44,67 @@ std::string Word(std::wstring path)
 {
     std::replace(path.begin(), path.end(), L'\\', L'/');
     return Narrow(path);
+}
+
+// A path inside a quoted script text, where a backslash escapes.
+std::string Quoted(const std::wstring& path)
+{
+    std::string text;
+    for (char c : Narrow(path))
+        text += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    return text;
+}
+
+std::string ListOf(const std::vector<std::wstring>& paths)
+{
+    std::string list;
+    for (const std::wstring& path : paths)
+        list += (list.empty() ? "" : "|") + Quoted(path);
+    return "\"" + list + "\"";
+}
+
+// The agent's drop windows on its desktop, by the viewer text they show.
+std::vector<HWND> DropWindows(const Resident& r)
+{
+    kvui::WindowQuery query;
+    query.className = L"#32770";
+    query.processId = r.agent.Id();
+    query.desktop = r.desktop.Name();
+    std::vector<HWND> found;
+    for (HWND hWnd : kvui::FindWindows(query))
+        if (GetDlgItem(hWnd, IDC_SFT_DROP_AREA) != nullptr)
+            found.push_back(hWnd);
+    return found;
+}
+
+HWND WaitForDropWindowOf(const Resident& r, const std::wstring& viewer)
+{
+    HWND hFound = nullptr;
+    WaitUntil(
+        [&]
+        {
+            for (HWND hDrop : DropWindows(r))
+                if (kvui::ReadText(GetDlgItem(hDrop, IDC_SFT_VIEWER)).value_or(L"").find(viewer) !=
+                    std::wstring::npos)
+                    return (hFound = hDrop) != nullptr;
+            return false;
+        });
+    return hFound;
+}
+
+// Drags from a thread of the agent's desktop, where the drop window can be found under the cursor.
+std::optional<DWORD> Drag(Resident& r, HWND hTarget, const std::vector<std::wstring>& paths,
+                          bool asText = false)
+{
+    std::optional<DWORD> effect;
+    r.shell.Run([&](FakeShell&) { effect = kvui::DragFiles(hTarget, paths, asText); });
+    return effect;
+}
+
+std::wstring MakeFile(const std::wstring& path)
+{
+    WriteTextFile(path, "x");
+    return path;
 }
 
 } // namespace
@@ -80,7 +148,7 @@ TEST(FileTransfer, TempFilesAreMadeNewRememberedAndDeletedOnRequest)
     EXPECT_TRUE(r.WaitForLog("ERROR", "SFT_DropWindow",
                              "CTaskBarWindow::SFT_CreateTempFiles: Unable to create file. Error: Cannot get "
                              "file handle. error code = 80"));
-    EXPECT_TRUE(r.WaitForLog("WARN", "ConnectionInfo", "Cannot open event. Last error: 2"));
+    EXPECT_TRUE(r.WaitForLog("WARN", "SFT_DropWindow", "Cannot open event. Last error: 2"));
     EXPECT_EQ("somebody else's", ReadTextFile(ini));
     EXPECT_FALSE(Exists(data));
     EXPECT_EQ(Word(folder.Path() + L"other.ini"), Narrow(RegistryValue(L"SFT:TempIni")));
@@ -92,4 +160,107 @@ TEST(FileTransfer, TempFilesAreMadeNewRememberedAndDeletedOnRequest)
     EXPECT_EQ(L"<none>", RegistryValue(L"SFT:TempIni"));
     EXPECT_EQ(L"<none>", RegistryValue(L"SFT:Data"));
     CloseHandle(hEvent);
+}
+
+TEST(FileTransfer, DropWindowsTogglePerViewerAndAllCloseWithTheLastViewer)
+{
+    Resident r;
+    ASSERT_TRUE(r.Launch());
+    r.sim.Play({"sft-drop 7 name=alice", "sft-drop 8"});
+    const HWND hAlice = WaitForDropWindowOf(r, L"alice");
+    ASSERT_NE(nullptr, hAlice) << r.Story();
+    ASSERT_NE(nullptr, WaitForDropWindowOf(r, L"the viewer"));
+
+    // A second request for a viewer closes its window, a third opens it again.
+    r.sim.Play({"sft-drop 7 name=alice"});
+    EXPECT_TRUE(kvui::WaitUntilGone(hAlice, kE2eWait));
+    EXPECT_TRUE(r.WaitForLog("INFO", "SFT_DropWindow", "Viewer 7; drop windows left: 1"));
+    EXPECT_EQ(1u, DropWindows(r).size());
+    r.sim.Play({"sft-drop 7 name=alice"});
+    EXPECT_NE(nullptr, WaitForDropWindowOf(r, L"alice"));
+
+    // The last viewer leaving closes every window and empties the list.
+    r.sim.Play({"connect alice", "disconnect alice count=0"});
+    EXPECT_TRUE(WaitUntil([&] { return DropWindows(r).empty(); })) << r.Story();
+    EXPECT_TRUE(WaitUntil(
+        [&]
+        {
+            return r.folder.Log().find("Viewer 7; drop windows left: 0") != std::string::npos ||
+                   r.folder.Log().find("Viewer 8; drop windows left: 0") != std::string::npos;
+        }));
+    EXPECT_TRUE(r.ExitsOnRequest());
+}
+
+TEST(FileTransfer, DroppedAndChosenFilesAreListedForTheServiceInOrder)
+{
+    const TempFolder folder;
+    // Over 200 characters, and a name in three scripts.
+    std::wstring deep = folder.Path();
+    while (deep.size() < 200)
+        deep += L"nested-folder-of-the-user\\";
+    for (std::size_t i = folder.Path().size(); i < deep.size(); ++i)
+        if (deep[i] == L'\\')
+            CreateDirectoryW(deep.substr(0, i).c_str(), nullptr);
+    const std::vector<std::wstring> files = {
+        MakeFile(folder.Path() + L"report.pdf"),
+        MakeFile(folder.Path() + L"Bericht \u00fcber \u6587\u4ef6 \u0444.txt"),
+        MakeFile(deep + L"plan.docx")};
+    const std::wstring ini = folder.Path() + L"transfer.ini";
+    const std::string event = "kvtest-drop-" + std::to_string(GetCurrentProcessId());
+
+    Resident r;
+    ASSERT_TRUE(r.Launch());
+    r.sim.Play({"sft-init " + event + "-init " + Word(ini) + " " + Word(folder.Path() + L"transfer.dat"),
+                "sft-drop 3 name=carol event=" + event + " list=" + Word(ini)});
+    HWND hDrop = WaitForDropWindowOf(r, L"carol");
+    ASSERT_NE(nullptr, hDrop) << r.Story();
+
+    // What is not a list of files is refused, and so is a drop with no file in it: the window stays.
+    EXPECT_EQ(std::optional<DWORD>(DROPEFFECT_NONE), Drag(r, hDrop, files, true));
+    EXPECT_EQ(std::optional<DWORD>(DROPEFFECT_COPY), Drag(r, hDrop, {}));
+    EXPECT_TRUE(r.WaitForLog("WARN", "SFT_DropWindow", "The drop held no files."));
+    EXPECT_NE(L"", kvui::ReadText(GetDlgItem(hDrop, IDC_SFT_STATUS)).value_or(L""));
+
+    // The files and a folder: the files are listed in order, the folder is left out, the window goes.
+    std::vector<std::wstring> dropped = files;
+    dropped.insert(dropped.begin() + 1, folder.Path() + L"nested-folder-of-the-user");
+    EXPECT_EQ(std::optional<DWORD>(DROPEFFECT_COPY), Drag(r, hDrop, dropped));
+    r.sim.Play({"expect-sft-files 3 files=" + ListOf(files)});
+    EXPECT_TRUE(kvui::WaitUntilGone(hDrop, kE2eWait));
+
+    // The same files through the button and the open-file dialog go on after them.
+    r.sim.Play({"sft-drop 3 name=carol event=" + event + " list=" + Word(ini)});
+    hDrop = WaitForDropWindowOf(r, L"carol");
+    ASSERT_TRUE(kvui::ClickButton(hDrop, IDC_SFT_CHOOSE));
+    kvui::WindowQuery chooser;
+    chooser.title = L"Choose files to send";
+    chooser.desktop = r.desktop.Name();
+    const HWND hChooser = kvui::WaitForWindow(chooser, kE2eWait);
+    ASSERT_NE(nullptr, hChooser) << r.Story();
+    // The file name is the edit inside the combo box 1148 (cmb13).
+    HWND hName = nullptr;
+    for (const kvui::Control& control : kvui::ListControls(hChooser))
+        if (control.id == 1148 && control.className == L"ComboBox")
+            hName = control.hWnd;
+    ASSERT_TRUE(kvui::TypeText(hName, 1148, deep));
+    ASSERT_TRUE(kvui::ClickButton(hChooser, IDOK));
+    // In the deep folder once "Look in" (1137) names it.
+    ASSERT_TRUE(WaitUntil(
+        [&] { return kvui::ReadText(GetDlgItem(hChooser, 1137)) == L"nested-folder-of-the-user"; }));
+    ASSERT_TRUE(kvui::TypeText(hName, 1148, L"\"plan.docx\""));
+    ASSERT_TRUE(kvui::ClickButton(hChooser, IDOK));
+    std::vector<std::wstring> listed = files;
+    listed.push_back(deep + L"plan.docx");
+    r.sim.Play({"expect-sft-files 3 files=" + ListOf(listed)});
+    EXPECT_TRUE(kvui::WaitUntilGone(hDrop, kE2eWait));
+
+    // A thousand files at once.
+    std::vector<std::wstring> many;
+    for (int i = 0; i < 1000; ++i)
+        many.push_back(MakeFile(folder.Path() + L"many-" + std::to_wstring(i) + L".txt"));
+    r.sim.Play({"sft-drop 3 name=carol event=" + event + " list=" + Word(ini)});
+    hDrop = WaitForDropWindowOf(r, L"carol");
+    EXPECT_EQ(std::optional<DWORD>(DROPEFFECT_COPY), Drag(r, hDrop, many));
+    r.sim.Play({"expect-sft-files 3 count=1004"});
+    EXPECT_TRUE(r.ExitsOnRequest());
 }

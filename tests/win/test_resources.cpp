@@ -49,10 +49,12 @@ const struct
     {23, "ls "},   // long reverse-connection report: detail text (host and port are appended)
     {50, "d "},    // invitations deleted: count
     {63, "d "},    // invitations in use: count
+    {150, "ls "},  // drop window: whom the files go to
 };
-const UINT kPlain[] = {7,  8,  9,  10, 11, 13, 14, 17, 19, 20, 22, 25, 26,  27,  33,  34,  35,  36, 37, 38,
-                       39, 40, 41, 42, 43, 44, 45, 47, 48, 49, 53, 54, 55,  56,  57,  58,  59,  60, 61, 62,
-                       65, 66, 67, 68, 69, 70, 71, 72, 74, 75, 76, 89, 116, 117, 118, 119, 120, 121};
+const UINT kPlain[] = {7,  8,  9,  10, 11,  13,  14,  17,  19,  20,  22,  25,  26,  27, 33, 34,
+                       35, 36, 37, 38, 39,  40,  41,  42,  43,  44,  45,  47,  48,  49, 53, 54,
+                       55, 56, 57, 58, 59,  60,  61,  62,  65,  66,  67,  68,  69,  70, 71, 72,
+                       74, 75, 76, 89, 116, 117, 118, 119, 120, 121, 151, 152, 153, 154};
 
 const UINT kIcons[] = {7, 130, 107, 131}; // idle, connected, pending, extra
 

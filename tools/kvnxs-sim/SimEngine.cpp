@@ -406,6 +406,56 @@ bool Engine::TakeChat(const Command& cmd)
 
 // ---------------------------------------------------------------------------------------------
 
+bool Engine::SftFilesWaiting(std::uint32_t dwViewerId)
+{
+    const auto it = m_sftDrops.find(dwViewerId);
+    if (it == m_sftDrops.end() || it->second.event == nullptr)
+        return false;
+    if (!it->second.bSet)
+        it->second.bSet = it->second.event->Signalled();
+    return it->second.bSet;
+}
+
+bool Engine::TakeSftFiles(const Command& cmd)
+{
+    const std::string where = "line " + std::to_string(cmd.line) + ": ";
+    SftDrop& drop = m_sftDrops[cmd.U32(0)];
+    drop.bSet = false;
+    std::vector<std::string> got;
+    std::string error;
+    if (!ReadSftFileList(drop.listPath, got, error))
+    {
+        m_reporter.Error(where + error);
+        return false;
+    }
+    m_reporter.Trace("-- " + std::to_string(got.size()) + " files listed in " + drop.listPath);
+    const std::string* files = cmd.Option("files");
+    std::vector<std::string> want;
+    if (files != nullptr)
+        for (std::size_t start = 0; start <= files->size();)
+        {
+            const std::size_t end = std::min(files->find('|', start), files->size());
+            want.push_back(files->substr(start, end - start));
+            start = end + 1;
+        }
+    const std::uint32_t dwCount = cmd.OptionU32("count", static_cast<std::uint32_t>(want.size()));
+    if (got.size() != dwCount)
+    {
+        m_reporter.Error(where + std::to_string(got.size()) + " files listed, expected " +
+                         std::to_string(dwCount));
+        return false;
+    }
+    for (std::size_t i = 0; i < want.size() && i < got.size(); ++i)
+        if (got[i] != want[i])
+        {
+            m_reporter.Error(where + "file " + std::to_string(i + 1) + " listed as " +
+                             QuoteForTrace(Utf8ToUtf16(got[i]), 300) + ", expected " +
+                             QuoteForTrace(Utf8ToUtf16(want[i]), 300));
+            return false;
+        }
+    return true;
+}
+
 void Engine::SendSoak(const Bytes& rec, const std::string& summary)
 {
     m_reporter.Trace(">> " + summary);
@@ -626,8 +676,26 @@ bool Engine::Execute(const Command& cmd)
     }
     if (v == "sft-drop")
     {
+        const std::uint32_t dwViewerId = cmd.U32(0);
+        const std::string* event = cmd.Option("event");
+        const std::string* list = cmd.Option("list");
+        SftDrop drop;
+        drop.listPath = list != nullptr ? *list : std::string();
+        if (event != nullptr)
+        {
+            // The service makes the event before it asks; the agent only opens it.
+            std::string error;
+            drop.event = std::make_unique<SftDropEvent>();
+            if (!drop.event->Create(*event, error))
+            {
+                m_reporter.ScriptError("line " + std::to_string(cmd.line) + ": " + error);
+                return false;
+            }
+        }
         auto rec = std::make_unique<MSG_TRAYICON_SFT_DROP_CLIENT>();
-        BuildSftDrop(*rec, cmd.U32(0), cmd.OptionU32("value", 0));
+        BuildSftDrop(*rec, dwViewerId, cmd.OptionU32("value", 0), OptText(cmd, "name"),
+                     event != nullptr ? Utf8ToUtf16(*event) : u"", Utf8ToUtf16(drop.listPath));
+        m_sftDrops[dwViewerId] = std::move(drop);
         Send(*rec);
         return true;
     }

@@ -7,6 +7,7 @@
 #include "KvServiceMessages.h"
 #include "SimRecords.h"
 #include "SimScript.h"
+#include "SimSftFiles.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -100,6 +101,10 @@ public:
     // with the text of an expect-chat line, reports a difference and forgets it.
     bool ChatWaiting() const { return !m_chats.empty(); }
     bool TakeChat(const Command& cmd);
+    // The event of the viewer's last drop-client record was set; TakeSftFiles then compares the
+    // listed files with an expect-sft-files line.
+    bool SftFilesWaiting(std::uint32_t dwViewerId);
+    bool TakeSftFiles(const Command& cmd);
 
     // ---- Datagrams to the service's UDP port (port query, invitations); returns the replies.
     void SetAnswerPort(std::uint32_t dwTcpPort) { m_options.dwTcpPort = dwTcpPort; }
@@ -154,6 +159,14 @@ private:
     std::string m_chatViewer;
     bool m_bChatViewerGone = false;
     std::deque<std::u16string> m_chats;
+    // Per viewer: the event and settings file of its last drop-client record.
+    struct SftDrop
+    {
+        std::string listPath;
+        std::unique_ptr<SftDropEvent> event;
+        bool bSet = false;
+    };
+    std::map<std::uint32_t, SftDrop> m_sftDrops;
 
     // Invitations.
     std::map<std::string, std::uint32_t> m_udpPending; // peer -> command announced by its header

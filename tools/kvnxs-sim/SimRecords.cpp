@@ -369,12 +369,16 @@ void BuildReverseResult(MSG_REVERSE_CONNECTION& rec, std::uint32_t dwStatus, std
     rec.dwPort = dwPort;
 }
 
-void BuildSftDrop(MSG_TRAYICON_SFT_DROP_CLIENT& rec, std::uint32_t dwViewerId, std::uint32_t dwValue)
+void BuildSftDrop(MSG_TRAYICON_SFT_DROP_CLIENT& rec, std::uint32_t dwViewerId, std::uint32_t dwValue,
+                  std::u16string_view viewerName, std::u16string_view eventName, std::u16string_view listPath)
 {
     KvZero(rec);
     rec.dwType = MSG_TYPE_TRAYICON_SFT_DROP_CLIENT;
     rec.dwViewerId = dwViewerId;
     rec.dwService8 = dwValue;
+    KvCopyString(rec.szViewerName, viewerName);
+    KvCopyString(rec.szEventName, eventName);
+    KvCopyString(rec.szFileListPath, listPath);
 }
 
 void BuildSftInit(MSG_TRAYICON_SFT_INIT_TEMP& rec, std::u16string_view eventName, std::u16string_view iniPath,

@@ -52,7 +52,9 @@ void BuildAddresses(MSG_TRAYICON_IP_ADDRESSES& rec, const std::vector<std::u16st
 void BuildReverseResult(MSG_REVERSE_CONNECTION& rec, std::uint32_t dwStatus, std::uint32_t dwError,
                         std::u16string_view error, std::uint32_t bShort, std::uint32_t bSuppress,
                         std::u16string_view shortText, std::u16string_view host, std::uint32_t dwPort);
-void BuildSftDrop(MSG_TRAYICON_SFT_DROP_CLIENT& rec, std::uint32_t dwViewerId, std::uint32_t dwValue);
+void BuildSftDrop(MSG_TRAYICON_SFT_DROP_CLIENT& rec, std::uint32_t dwViewerId, std::uint32_t dwValue,
+                  std::u16string_view viewerName, std::u16string_view eventName,
+                  std::u16string_view listPath);
 void BuildSftInit(MSG_TRAYICON_SFT_INIT_TEMP& rec, std::u16string_view eventName, std::u16string_view iniPath,
                   std::u16string_view dataPath);
 void BuildChatOpen(MSG_TRAYICON_CHAT_OPEN& rec, std::u16string_view user);

@@ -127,9 +127,16 @@ const std::vector<VerbForm>& Verbs()
          "reverse-connection result (70070): 100, 101 or 102"},
         {"sft-drop",
          {{"viewer", Kind::U32, false}},
-         {{"value", Kind::U32}},
+         {{"value", Kind::U32}, {"name", Kind::Text}, {"event", Kind::Word}, {"list", Kind::Word}},
          false,
-         "drop window for a viewer (67001)"},
+         "drop window for a viewer (67001): name= whom it sends to, event= made here and set by the "
+         "agent once the files are listed (Windows build), list= the settings file they are listed in"},
+        {"expect-sft-files",
+         {{"viewer", Kind::U32, false}},
+         {{"files", Kind::Text}, {"count", Kind::U32}, {"timeout", Kind::U32}},
+         false,
+         "wait for the viewer's drop event, then compare the settings file's list: files=\"a|b\" in "
+         "order, or only count= (Windows build)"},
         {"sft-init",
          {{"event", Kind::Word, false}, {"ini", Kind::Word, false}, {"data", Kind::Word, false}},
          {},

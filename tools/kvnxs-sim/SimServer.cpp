@@ -151,6 +151,8 @@ bool Server::ConditionMet(Until until)
         return m_engine.TakePermissionAnswer(m_gotPermission);
     case Until::Invitation:
         return m_engine.TakeInvitationEvent(m_wantInvite);
+    case Until::SftFiles:
+        return m_engine.SftFilesWaiting(m_wantSftViewer);
     case Until::Closed:
         return m_engine.AgentClosed();
     case Until::Line:
@@ -275,6 +277,17 @@ bool Server::RunCommand(const Command& cmd)
         if (!m_bStop)
             m_reporter.Error(where + "no chat message from the agent within " + std::to_string(timeout) +
                              " ms" + (m_engine.AgentClosed() ? "; the agent has closed the connection" : ""));
+        return false;
+    }
+    if (v == "expect-sft-files")
+    {
+        m_wantSftViewer = cmd.U32(0);
+        const unsigned timeout = cmd.OptionU32("timeout", m_options.expectTimeoutMs);
+        if (Pump(Until::SftFiles, timeout))
+            return m_engine.TakeSftFiles(cmd);
+        if (!m_bStop)
+            m_reporter.Error(where + "the drop event of viewer " + std::to_string(m_wantSftViewer) +
+                             " was not set within " + std::to_string(timeout) + " ms");
         return false;
     }
     if (v == "expect-closed")

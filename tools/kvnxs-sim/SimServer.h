@@ -74,6 +74,7 @@ private:
         Chat,       // a chat message arrived
         Permission, // a permission answer arrived
         Invitation, // an invitation exchange of m_wantInvite happened
+        SftFiles,   // the drop event of viewer m_wantSftViewer was set
         Closed,     // the agent closed the connection
         Line,       // a script line is available
     };
@@ -102,6 +103,7 @@ private:
 
     std::uint32_t m_wantType = 0;
     std::string m_wantInvite;
+    std::uint32_t m_wantSftViewer = 0;
     std::uint32_t m_gotPermission = 0;
 };
 

@@ -49,6 +49,10 @@ std::vector<TextField> TextsOf(std::uint32_t id)
                 KV_TEXT(MSG_TRAYICON_DESKTOP_USER_INFORMATION, szDesktopName)};
     case MSG_TYPE_TRAYICON_CONNECT_NOTIFY_ALL:
         return {KV_TEXT(MSG_TRAYICON_NOTIFY_ALL, szText)};
+    case MSG_TYPE_TRAYICON_SFT_DROP_CLIENT:
+        return {KV_TEXT(MSG_TRAYICON_SFT_DROP_CLIENT, szViewerName),
+                KV_TEXT(MSG_TRAYICON_SFT_DROP_CLIENT, szEventName),
+                KV_TEXT(MSG_TRAYICON_SFT_DROP_CLIENT, szFileListPath)};
     case MSG_TYPE_TRAYICON_SFT_INIT_TEMP:
         return {KV_TEXT(MSG_TRAYICON_SFT_INIT_TEMP, szEventName), KV_TEXT(MSG_TRAYICON_SFT_INIT_TEMP, szTempIniPath),
                 KV_TEXT(MSG_TRAYICON_SFT_INIT_TEMP, szDataPath)};

@@ -1,5 +1,9 @@
 #include "UiDriver.h"
 
+#include <ole2.h>
+#include <shlobj.h>
+
+#include <cstring>
 #include <cwchar>
 
 namespace kvui
@@ -444,6 +448,174 @@ std::optional<std::wstring> ClipboardText()
     }
     CloseClipboard();
     return text;
+}
+
+namespace
+{
+
+// One format of data, handed out as a fresh HGLOBAL copy each time it is asked for.
+class OneFormatData final : public IDataObject
+{
+public:
+    OneFormatData(CLIPFORMAT format, std::vector<std::uint8_t> bytes)
+        : m_format(format), m_bytes(std::move(bytes))
+    {
+    }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
+    {
+        if (ppv == nullptr)
+            return E_POINTER;
+        *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IDataObject) ? this : nullptr;
+        if (*ppv == nullptr)
+            return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&m_cRef)); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const LONG cRef = InterlockedDecrement(&m_cRef);
+        if (cRef == 0)
+            delete this;
+        return static_cast<ULONG>(cRef);
+    }
+    HRESULT STDMETHODCALLTYPE GetData(FORMATETC* pFormat, STGMEDIUM* pMedium) override
+    {
+        if (pFormat == nullptr || pMedium == nullptr)
+            return E_INVALIDARG;
+        if (QueryGetData(pFormat) != S_OK)
+            return DV_E_FORMATETC;
+        HGLOBAL hCopy = GlobalAlloc(GMEM_MOVEABLE, m_bytes.size());
+        void* pCopy = hCopy != nullptr ? GlobalLock(hCopy) : nullptr;
+        if (pCopy == nullptr)
+        {
+            if (hCopy != nullptr)
+                GlobalFree(hCopy);
+            return E_OUTOFMEMORY;
+        }
+        std::memcpy(pCopy, m_bytes.data(), m_bytes.size());
+        GlobalUnlock(hCopy);
+        pMedium->tymed = TYMED_HGLOBAL;
+        pMedium->hGlobal = hCopy;
+        pMedium->pUnkForRelease = nullptr;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetDataHere(FORMATETC*, STGMEDIUM*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE QueryGetData(FORMATETC* pFormat) override
+    {
+        if (pFormat == nullptr)
+            return E_INVALIDARG;
+        return pFormat->cfFormat == m_format && (pFormat->tymed & TYMED_HGLOBAL) != 0 ? S_OK : DV_E_FORMATETC;
+    }
+    HRESULT STDMETHODCALLTYPE GetCanonicalFormatEtc(FORMATETC*, FORMATETC* pOut) override
+    {
+        if (pOut != nullptr)
+            pOut->ptd = nullptr;
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE SetData(FORMATETC*, STGMEDIUM*, BOOL) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EnumFormatEtc(DWORD dwDirection, IEnumFORMATETC** ppEnum) override
+    {
+        if (dwDirection != DATADIR_GET)
+            return E_NOTIMPL;
+        FORMATETC format = {m_format, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL};
+        return SHCreateStdEnumFmtEtc(1, &format, ppEnum);
+    }
+    HRESULT STDMETHODCALLTYPE DAdvise(FORMATETC*, DWORD, IAdviseSink*, DWORD*) override
+    {
+        return OLE_E_ADVISENOTSUPPORTED;
+    }
+    HRESULT STDMETHODCALLTYPE DUnadvise(DWORD) override { return OLE_E_ADVISENOTSUPPORTED; }
+    HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA**) override { return OLE_E_ADVISENOTSUPPORTED; }
+
+private:
+    ~OneFormatData() = default;
+    LONG m_cRef = 1;
+    CLIPFORMAT m_format;
+    std::vector<std::uint8_t> m_bytes;
+};
+
+// Holds the drag over the target for a few of OLE's checks (so it sees the files hover), then drops.
+class HoverThenDrop final : public IDropSource
+{
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
+    {
+        if (ppv == nullptr)
+            return E_POINTER;
+        *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IDropSource) ? this : nullptr;
+        if (*ppv == nullptr)
+            return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&m_cRef)); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const LONG cRef = InterlockedDecrement(&m_cRef);
+        if (cRef == 0)
+            delete this;
+        return static_cast<ULONG>(cRef);
+    }
+    HRESULT STDMETHODCALLTYPE QueryContinueDrag(BOOL bEscape, DWORD) override
+    {
+        if (bEscape)
+            return DRAGDROP_S_CANCEL;
+        return --m_nChecksLeft > 0 ? S_OK : DRAGDROP_S_DROP;
+    }
+    HRESULT STDMETHODCALLTYPE GiveFeedback(DWORD) override { return DRAGDROP_S_USEDEFAULTCURSORS; }
+
+private:
+    ~HoverThenDrop() = default;
+    LONG m_cRef = 1;
+    int m_nChecksLeft = 6;
+};
+
+std::vector<std::uint8_t> FileDropBlock(const std::vector<std::wstring>& paths)
+{
+    DROPFILES head = {};
+    head.pFiles = sizeof head;
+    head.fWide = TRUE;
+    std::vector<std::uint8_t> bytes(reinterpret_cast<const std::uint8_t*>(&head),
+                                    reinterpret_cast<const std::uint8_t*>(&head) + sizeof head);
+    for (const std::wstring& path : paths)
+    {
+        const auto* p = reinterpret_cast<const std::uint8_t*>(path.c_str());
+        bytes.insert(bytes.end(), p, p + (path.size() + 1) * sizeof(wchar_t));
+    }
+    bytes.insert(bytes.end(), sizeof(wchar_t), 0);
+    return bytes;
+}
+
+std::vector<std::uint8_t> TextBlock(const std::vector<std::wstring>& paths)
+{
+    std::wstring text;
+    for (const std::wstring& path : paths)
+        text += path + L"\r\n";
+    const auto* p = reinterpret_cast<const std::uint8_t*>(text.c_str());
+    return std::vector<std::uint8_t>(p, p + (text.size() + 1) * sizeof(wchar_t));
+}
+
+} // namespace
+
+std::optional<DWORD> DragFiles(HWND hTarget, const std::vector<std::wstring>& paths, bool asText)
+{
+    RECT rc = {};
+    if (!IsWindow(hTarget) || !GetWindowRect(hTarget, &rc) || FAILED(OleInitialize(nullptr)))
+        return std::nullopt;
+    SetCursorPos((rc.left + rc.right) / 2, (rc.top + rc.bottom) / 2);
+    auto* pData = asText ? new OneFormatData(CF_UNICODETEXT, TextBlock(paths))
+                         : new OneFormatData(CF_HDROP, FileDropBlock(paths));
+    auto* pSource = new HoverThenDrop();
+    DWORD dwEffect = DROPEFFECT_NONE;
+    const HRESULT hr = DoDragDrop(pData, pSource, DROPEFFECT_COPY, &dwEffect);
+    pSource->Release();
+    pData->Release();
+    OleUninitialize();
+    if (hr != DRAGDROP_S_DROP && hr != DRAGDROP_S_CANCEL)
+        return std::nullopt;
+    return hr == DRAGDROP_S_DROP ? dwEffect : DROPEFFECT_NONE;
 }
 
 } // namespace kvui

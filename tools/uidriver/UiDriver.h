@@ -93,6 +93,13 @@ bool EscapeMenu(HWND hMenuWindow, DWORD waitMs);
 // PickMenuItem's layout; the caller destroys it.
 HMENU LoadMenuLayout(const std::wstring& module, UINT menuId, int subMenu = 0);
 
+// Drags a list of files from this process onto the window with OLE, as a drag from a file manager
+// does: the cursor stands over the window's centre while the target is asked a few times, then the
+// files are dropped there. With asText the same names travel as CF_UNICODETEXT instead, which a
+// file drop target must refuse. Call on a thread of the window's desktop. The effect the target
+// chose (DROPEFFECT_NONE when it refused); empty optional when the drag could not start.
+std::optional<DWORD> DragFiles(HWND hTarget, const std::vector<std::wstring>& paths, bool asText = false);
+
 // The clipboard's CF_UNICODETEXT, at most 8095 units; empty optional when there is none.
 std::optional<std::wstring> ClipboardText();
 

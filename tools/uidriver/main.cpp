@@ -38,6 +38,8 @@ const char kUsageText[] =
     "                                  be read (Wine), --layout names a menu resource with the same items\n"
     "  clipboard                       the clipboard's text\n"
     "  close HWND                      asks the window to close\n"
+    "  drag-files HWND PATH...         drags the files onto the window from here and drops them;\n"
+    "                                  prints the effect the window chose (0: refused)\n"
     "Numbers may be decimal or 0x hex.\n";
 
 void Print(const std::wstring& text)
@@ -268,6 +270,15 @@ int ClipboardText()
     return kOk;
 }
 
+int DragFiles(HWND hWnd, const std::vector<std::wstring>& paths)
+{
+    const auto effect = kvui::DragFiles(hWnd, paths);
+    if (!effect)
+        return kFailed;
+    Print(std::to_wstring(*effect));
+    return kOk;
+}
+
 int Run(int argc, wchar_t** argv)
 {
     if (argc < 2)
@@ -295,6 +306,8 @@ int Run(int argc, wchar_t** argv)
         return Text(*hWnd, p);
     if (command == L"close" && p.size() == 1)
         return kvui::CloseWindow(*hWnd) ? kOk : kFailed;
+    if (command == L"drag-files" && p.size() >= 2)
+        return DragFiles(*hWnd, std::vector<std::wstring>(p.begin() + 1, p.end()));
     if (!id)
         return kUsage;
     const int nId = static_cast<int>(*id);
