@@ -222,6 +222,11 @@ std::vector<std::wstring> KvReadFileDrop(const std::uint8_t* pBlock, std::size_t
 
 void KvSetServiceEvent(const wchar_t* szName)
 {
+    if (szName == nullptr || *szName == L'\0')
+    {
+        LOG4CXX_WARN(logger, L"The service named no event to set.");
+        return;
+    }
     HANDLE hEvent = OpenEventW(EVENT_MODIFY_STATE, FALSE, szName);
     if (hEvent == nullptr)
     {

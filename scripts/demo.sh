@@ -5,7 +5,8 @@
 #   viewer alice connects: the icon changes and the pop-up opens with its sound;
 #   the About box is opened from the tray menu; a second viewer joins; the service lists the
 #   viewers; both leave; a third viewer asks for permission and the user allows; that viewer writes
-#   in the chat and the user answers; the service asks the agent to exit.
+#   in the chat and the user answers; the viewer offers a drop window and the user drags a file onto
+#   it; the service asks the agent to exit.
 # Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
 # exit codes (-56: ended at the service's request).
 #   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
@@ -117,6 +118,28 @@ if wait_trace "-- handshake complete"; then
     shot 08-chat
   else
     echo "demo: the chat window did not open" >&2
+    status=1
+  fi
+  # The viewer offers to take files: the service has the agent make the transfer's temporary files,
+  # then opens a drop window for carol; the user drags a file onto it from another program and the
+  # agent lists it in the transfer's settings file (this simulator runs on Linux and cannot make the
+  # Windows event the service would wait on).
+  public=$(winepath -u 'C:\users\Public' 2>/dev/null | tr -d '\r')
+  list=C:/users/Public/kvnxst-demo-transfer.ini
+  rm -f "$public/kvnxst-demo-transfer.ini" "$public/kvnxst-demo-transfer.dat"
+  printf 'Printer queue, room 2\n' >"$public/Printer log (room 2).txt"
+  play "sft-init kvnxst-demo-transfer $list C:/users/Public/kvnxst-demo-transfer.dat" \
+    "sft-drop 3 name=carol list=$list" "wait 1000"
+  drop=$(ui find --title "Send files" --shown --wait 10000)
+  if [ -n "$drop" ]; then
+    shot 09-drop-window
+    ui drag-files "$drop" 'C:\users\Public\Printer log (room 2).txt' >/dev/null
+    sleep 1
+    echo "demo: the service's file list:"
+    iconv -f UTF-16 -t UTF-8 "$public/kvnxst-demo-transfer.ini" | tr -d '\r' | sed 's/^/demo:   /'
+    play "sft-delete 1" "sft-delete 2"
+  else
+    echo "demo: the drop window did not open" >&2
     status=1
   fi
   if [ "$keep" = 1 ]; then

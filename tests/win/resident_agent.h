@@ -268,4 +268,18 @@ public:
     AgentProcess agent; // last: ended before the shell and the simulator go
 };
 
+// The agent's dialogs on its desktop that hold a control of this id.
+inline std::vector<HWND> AgentDialogsWith(const Resident& r, int nControlId)
+{
+    kvui::WindowQuery query;
+    query.className = L"#32770";
+    query.processId = r.agent.Id();
+    query.desktop = r.desktop.Name();
+    std::vector<HWND> found;
+    for (HWND hWnd : kvui::FindWindows(query))
+        if (GetDlgItem(hWnd, nControlId) != nullptr)
+            found.push_back(hWnd);
+    return found;
+}
+
 } // namespace kvtest

@@ -21,15 +21,7 @@ namespace
 // The agent's chat windows on its desktop.
 std::vector<HWND> ChatWindows(const Resident& r)
 {
-    kvui::WindowQuery query;
-    query.className = L"#32770";
-    query.processId = r.agent.Id();
-    query.desktop = r.desktop.Name();
-    std::vector<HWND> chats;
-    for (HWND hWnd : kvui::FindWindows(query))
-        if (GetDlgItem(hWnd, IDC_CHAT_TRANSCRIPT) != nullptr)
-            chats.push_back(hWnd);
-    return chats;
+    return AgentDialogsWith(r, IDC_CHAT_TRANSCRIPT);
 }
 
 // The first chat window other than hOld.

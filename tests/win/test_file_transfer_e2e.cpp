@@ -9,6 +9,7 @@
 #include "resource.h"
 
 #include <ole2.h>
+#include <shlobj.h>
 
 #include <gtest/gtest.h>
 
@@ -63,18 +64,9 @@ std::string ListOf(const std::vector<std::wstring>& paths)
     return "\"" + list + "\"";
 }
 
-// The agent's drop windows on its desktop, by the viewer text they show.
 std::vector<HWND> DropWindows(const Resident& r)
 {
-    kvui::WindowQuery query;
-    query.className = L"#32770";
-    query.processId = r.agent.Id();
-    query.desktop = r.desktop.Name();
-    std::vector<HWND> found;
-    for (HWND hWnd : kvui::FindWindows(query))
-        if (GetDlgItem(hWnd, IDC_SFT_DROP_AREA) != nullptr)
-            found.push_back(hWnd);
-    return found;
+    return AgentDialogsWith(r, IDC_SFT_DROP_AREA);
 }
 
 HWND WaitForDropWindowOf(const Resident& r, const std::wstring& viewer)
@@ -178,6 +170,19 @@ TEST(FileTransfer, DropWindowsTogglePerViewerAndAllCloseWithTheLastViewer)
     EXPECT_EQ(1u, DropWindows(r).size());
     r.sim.Play({"sft-drop 7 name=alice"});
     EXPECT_NE(nullptr, WaitForDropWindowOf(r, L"alice"));
+
+    // Without a settings file the files go to the clipboard; with no event the service is not told.
+    const TempFolder folder;
+    const std::wstring file = MakeFile(folder.Path() + L"notes.txt");
+    EXPECT_EQ(std::optional<DWORD>(DROPEFFECT_COPY), Drag(r, WaitForDropWindowOf(r, L"the viewer"), {file}));
+    EXPECT_TRUE(r.WaitForLog("WARN", "SFT_DropWindow", "The service named no event to set."));
+    ASSERT_TRUE(OpenClipboard(nullptr));
+    const HANDLE hList = GetClipboardData(RegisterClipboardFormatW(L"KVNXS_Files"));
+    const auto* pList = hList != nullptr ? static_cast<const DROPFILES*>(GlobalLock(hList)) : nullptr;
+    EXPECT_EQ(file, pList != nullptr ? std::wstring(reinterpret_cast<const wchar_t*>(pList + 1)) : L"");
+    if (pList != nullptr)
+        GlobalUnlock(hList);
+    CloseClipboard();
 
     // The last viewer leaving closes every window and empties the list.
     r.sim.Play({"connect alice", "disconnect alice count=0"});

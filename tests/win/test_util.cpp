@@ -3,6 +3,7 @@
 // restart, its start and the file information have no caller in the agent and no test here.
 #include "KvException.h"
 #include "KvSystemApi.h"
+#include "SFT_DropFiles.h"
 #include "UtilFile.h"
 #include "UtilLog.h"
 #include "UtilSettings.h"
@@ -10,6 +11,8 @@
 #include "test_logging_support.h"
 
 #include <gtest/gtest.h>
+
+#include <shlobj.h>
 
 #include <string>
 #include <vector>
@@ -154,4 +157,70 @@ TEST(UtilFile, TempFileIsCreatedOnlyNewAndNeverDeletedThroughALink)
     EXPECT_EQ(L"none", Failure([&] { KvSecureDeleteFile(path.c_str()); }));
     EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(path.c_str()));
     EXPECT_EQ(L"Cannot get file handle. 2", Failure([&] { KvSecureDeleteFile(path.c_str()); }));
+}
+
+TEST(UtilFile, MappedNetworkDrivesBecomeUniversalPathsAndOthersStayAsTheyAre)
+{
+    // Wine maps no drive to a share: Z: stands in for one, with a share name too long for a first try.
+    KvSystemApi api = KvDefaultSystemApi();
+    api.pfnWNetGetUniversalNameW = [](LPCWSTR szLocal, DWORD dwLevel, LPVOID pBuffer, LPDWORD pcb) -> DWORD
+    {
+        const std::wstring local(szLocal);
+        if (dwLevel != UNIVERSAL_NAME_INFO_LEVEL || local.rfind(L"Z:\\", 0) != 0)
+            return ERROR_NOT_CONNECTED;
+        const std::wstring unc = L"\\\\fileserver\\" + std::wstring(300, L's') + local.substr(2);
+        const DWORD cbNeeded =
+            static_cast<DWORD>(sizeof(UNIVERSAL_NAME_INFOW) + (unc.size() + 1) * sizeof(wchar_t));
+        if (*pcb < cbNeeded)
+        {
+            *pcb = cbNeeded;
+            return ERROR_MORE_DATA;
+        }
+        auto* pInfo = static_cast<UNIVERSAL_NAME_INFOW*>(pBuffer);
+        pInfo->lpUniversalName = reinterpret_cast<LPWSTR>(pInfo + 1);
+        wcscpy(pInfo->lpUniversalName, unc.c_str());
+        return NO_ERROR;
+    };
+    KvScopedSystemApi scoped(api);
+    EXPECT_EQ(L"\\\\fileserver\\" + std::wstring(300, L's') + L"\\plans\\b.txt",
+              KvUniversalPath(L"Z:\\plans\\b.txt"));
+    EXPECT_EQ(L"C:\\users\\a.txt", KvUniversalPath(L"C:\\users\\a.txt"));
+}
+
+TEST(UtilFile, ADropBlockIsReadOnlyWithinItsBytes)
+{
+    // DROPFILES, then the names, each ended, then an empty one.
+    const auto Block = [](BOOL bWide, const std::vector<std::string>& names, std::size_t cbCut)
+    {
+        DROPFILES head = {};
+        head.pFiles = sizeof head;
+        head.fWide = bWide;
+        std::vector<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(&head),
+                                        reinterpret_cast<std::uint8_t*>(&head) + sizeof head);
+        for (const std::string& name : names)
+            for (char c : name + '\0')
+            {
+                bytes.push_back(static_cast<std::uint8_t>(c));
+                if (bWide)
+                    bytes.push_back(0);
+            }
+        bytes.insert(bytes.end(), bWide ? 2 : 1, 0);
+        bytes.resize(bytes.size() - cbCut);
+        return bytes;
+    };
+    const std::vector<std::wstring> both = {L"C:\\a.txt", L"C:\\b.txt"};
+    for (BOOL bWide : {TRUE, FALSE})
+    {
+        const auto whole = Block(bWide, {"C:\\a.txt", "C:\\b.txt"}, 0);
+        EXPECT_EQ(both, KvReadFileDrop(whole.data(), whole.size()));
+        // Without the list's end the names still count; a name cut short does not.
+        EXPECT_EQ(both, KvReadFileDrop(whole.data(), whole.size() - (bWide ? 2 : 1)));
+        EXPECT_EQ(std::vector<std::wstring>{both[0]},
+                  KvReadFileDrop(whole.data(), whole.size() - (bWide ? 4 : 2)));
+    }
+    // A head that points outside the block, or no whole head: nothing.
+    auto outside = Block(TRUE, {"C:\\a.txt"}, 0);
+    outside[0] = 0xFF;
+    EXPECT_TRUE(KvReadFileDrop(outside.data(), outside.size()).empty());
+    EXPECT_TRUE(KvReadFileDrop(outside.data(), sizeof(DROPFILES) - 1).empty());
 }

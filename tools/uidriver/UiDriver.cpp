@@ -453,23 +453,18 @@ std::optional<std::wstring> ClipboardText()
 namespace
 {
 
-// One format of data, handed out as a fresh HGLOBAL copy each time it is asked for.
-class OneFormatData final : public IDataObject
+// IUnknown for an object of one interface, freed with its last reference.
+template <typename Interface, const IID* pIid> class OneInterface : public Interface
 {
 public:
-    OneFormatData(CLIPFORMAT format, std::vector<std::uint8_t> bytes)
-        : m_format(format), m_bytes(std::move(bytes))
-    {
-    }
-
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
     {
         if (ppv == nullptr)
             return E_POINTER;
-        *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IDataObject) ? this : nullptr;
+        *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, *pIid) ? this : nullptr;
         if (*ppv == nullptr)
             return E_NOINTERFACE;
-        AddRef();
+        this->AddRef();
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&m_cRef)); }
@@ -480,6 +475,23 @@ public:
             delete this;
         return static_cast<ULONG>(cRef);
     }
+
+protected:
+    virtual ~OneInterface() = default;
+
+private:
+    LONG m_cRef = 1;
+};
+
+// One format of data, handed out as a fresh HGLOBAL copy each time it is asked for.
+class OneFormatData final : public OneInterface<IDataObject, &IID_IDataObject>
+{
+public:
+    OneFormatData(CLIPFORMAT format, std::vector<std::uint8_t> bytes)
+        : m_format(format), m_bytes(std::move(bytes))
+    {
+    }
+
     HRESULT STDMETHODCALLTYPE GetData(FORMATETC* pFormat, STGMEDIUM* pMedium) override
     {
         if (pFormat == nullptr || pMedium == nullptr)
@@ -530,46 +542,26 @@ public:
     HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA**) override { return OLE_E_ADVISENOTSUPPORTED; }
 
 private:
-    ~OneFormatData() = default;
-    LONG m_cRef = 1;
     CLIPFORMAT m_format;
     std::vector<std::uint8_t> m_bytes;
 };
 
-// Holds the drag over the target for a few of OLE's checks (so it sees the files hover), then drops.
-class HoverThenDrop final : public IDropSource
+// Holds the drag over the target for a few of OLE's checks and at least 300 ms (so it sees the files
+// hover), then drops.
+class HoverThenDrop final : public OneInterface<IDropSource, &IID_IDropSource>
 {
 public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
-    {
-        if (ppv == nullptr)
-            return E_POINTER;
-        *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IDropSource) ? this : nullptr;
-        if (*ppv == nullptr)
-            return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&m_cRef)); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const LONG cRef = InterlockedDecrement(&m_cRef);
-        if (cRef == 0)
-            delete this;
-        return static_cast<ULONG>(cRef);
-    }
     HRESULT STDMETHODCALLTYPE QueryContinueDrag(BOOL bEscape, DWORD) override
     {
         if (bEscape)
             return DRAGDROP_S_CANCEL;
-        return --m_nChecksLeft > 0 ? S_OK : DRAGDROP_S_DROP;
+        return --m_nChecksLeft > 0 || GetTickCount64() < m_ullDropAt ? S_OK : DRAGDROP_S_DROP;
     }
     HRESULT STDMETHODCALLTYPE GiveFeedback(DWORD) override { return DRAGDROP_S_USEDEFAULTCURSORS; }
 
 private:
-    ~HoverThenDrop() = default;
-    LONG m_cRef = 1;
     int m_nChecksLeft = 6;
+    ULONGLONG m_ullDropAt = GetTickCount64() + 300;
 };
 
 std::vector<std::uint8_t> FileDropBlock(const std::vector<std::wstring>& paths)
@@ -604,7 +596,15 @@ std::optional<DWORD> DragFiles(HWND hTarget, const std::vector<std::wstring>& pa
     RECT rc = {};
     if (!IsWindow(hTarget) || !GetWindowRect(hTarget, &rc) || FAILED(OleInitialize(nullptr)))
         return std::nullopt;
-    SetCursorPos((rc.left + rc.right) / 2, (rc.top + rc.bottom) / 2);
+    // On a desktop that an X display shows, the pointer follows only once the display has moved it.
+    const POINT target = {(rc.left + rc.right) / 2, (rc.top + rc.bottom) / 2};
+    POINT cursor = {};
+    for (int nTry = 0; nTry < 100 && !(GetCursorPos(&cursor) && cursor.x == target.x && cursor.y == target.y);
+         ++nTry)
+    {
+        SetCursorPos(target.x, target.y);
+        Sleep(20);
+    }
     auto* pData = asText ? new OneFormatData(CF_UNICODETEXT, TextBlock(paths))
                          : new OneFormatData(CF_HDROP, FileDropBlock(paths));
     auto* pSource = new HoverThenDrop();
