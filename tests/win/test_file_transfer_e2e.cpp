@@ -184,14 +184,23 @@ TEST(FileTransfer, DropWindowsTogglePerViewerAndAllCloseWithTheLastViewer)
         GlobalUnlock(hList);
     CloseClipboard();
 
+    // A record whose texts all lack their end: each is cut inside its field and the window shows it.
+    r.sim.Play({"raw 67001 2120 fill=65"});
+    EXPECT_TRUE(
+        r.WaitForLog("WARN", "ConnectionInfo",
+                     "MSG_TRAYICON_SFT_DROP_CLIENT.szFileListPath has no terminator; cut to 260 units."));
+    EXPECT_NE(nullptr, WaitForDropWindowOf(r, std::wstring(260, L'\x4141')));
+
     // The last viewer leaving closes every window and empties the list.
     r.sim.Play({"connect alice", "disconnect alice count=0"});
     EXPECT_TRUE(WaitUntil([&] { return DropWindows(r).empty(); })) << r.Story();
     EXPECT_TRUE(WaitUntil(
         [&]
         {
-            return r.folder.Log().find("Viewer 7; drop windows left: 0") != std::string::npos ||
-                   r.folder.Log().find("Viewer 8; drop windows left: 0") != std::string::npos;
+            const std::string log = r.folder.Log();
+            return log.find("Viewer 7; drop windows left: 0") != std::string::npos ||
+                   log.find("Viewer 8; drop windows left: 0") != std::string::npos ||
+                   log.find("Viewer 1094795585; drop windows left: 0") != std::string::npos;
         }));
     EXPECT_TRUE(r.ExitsOnRequest());
 }
