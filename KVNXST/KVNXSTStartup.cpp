@@ -169,7 +169,11 @@ int AgentMain(HINSTANCE hInstance, const wchar_t* lpCmdLine)
 
     g_ProfileReg.SetRootKey(HKEY_CURRENT_USER);
     g_hInstance = hInstance;
-    InitCommonControls();
+    // The join dialog's link and the connecting dialog's marquee are common controls of their own.
+    INITCOMMONCONTROLSEX controls = {sizeof controls,
+                                     ICC_STANDARD_CLASSES | ICC_LINK_CLASS | ICC_PROGRESS_CLASS};
+    if (!InitCommonControlsEx(&controls))
+        InitCommonControls();
 
     // Kept for the desktop-bound options; only "-ConsoleLock" closes it, the others leave the
     // thread on it until the process ends.

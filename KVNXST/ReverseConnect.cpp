@@ -44,23 +44,16 @@ void CReverseConnect::JoinSession(HWND hOwner, std::uint32_t uConnectOption)
         // The one-time agent already knows its session: the request is prepared without asking.
         KvCopyString(request->szShortText, g_szOneTimeSession, 8096);
     }
-    else if (m_bJoinDialogOpen)
+    else if (HWND hJoin = KvJoinDialog(); hJoin != nullptr)
     {
         LOG4CXX_INFO(logger, L"Join Internet Session dialog exists, bringing to top.");
-        HWND hJoin = GetLastActivePopup(hOwner);
-        if (hJoin != nullptr && hJoin != hOwner)
-            BringWindowToTop(hJoin);
+        BringWindowToTop(hJoin);
+        SetForegroundWindow(hJoin);
         return;
     }
-    else
-    {
-        m_bJoinDialogOpen = true;
-        const INT_PTR nResult = KvShowDialog(hOwner, IDD_JOIN_ATTENDED_SESSION, JoinAttendedSessionProc,
-                                             reinterpret_cast<LPARAM>(request.get()));
-        m_bJoinDialogOpen = false;
-        if (nResult != 1)
-            return;
-    }
+    else if (KvShowDialog(hOwner, IDD_JOIN_ATTENDED_SESSION, JoinAttendedSessionProc,
+                          reinterpret_cast<LPARAM>(request.get())) != 1)
+        return;
     if ((IsOtiSessionInProgress() || IsLocalSessionInProgress()) &&
         TimedMessageBox(g_hResInstance, nullptr, IDS_CONFIRM_SIMULTANEOUS, IDS_APP_CAPTION,
                         MB_YESNO | MB_ICONWARNING | MB_DEFBUTTON2 | MB_TOPMOST,
@@ -72,15 +65,17 @@ void CReverseConnect::JoinSession(HWND hOwner, std::uint32_t uConnectOption)
 
 void CReverseConnect::OnWait(HWND hOwner, WPARAM wParam)
 {
-    if (IsWindow(m_hWaitDlg))
+    if (HWND hJoin = KvJoinDialog(); hJoin != nullptr)
     {
         LOG4CXX_INFO(logger, L"PostMessage WM_HIDE_JOIN_INTERNET_SESSION_DLG.");
-        PostMessageW(m_hWaitDlg, WM_HIDE_JOIN_INTERNET_SESSION_DLG, 0, 0);
+        PostMessageW(hJoin, WM_HIDE_JOIN_INTERNET_SESSION_DLG, 0, 0);
     }
     switch (wParam)
     {
     case 0:
         LOG4CXX_INFO(logger, L"Displaying Join Internet Session Wait Dialog.");
+        if (IsWindow(m_hWaitDlg))
+            DestroyWindow(m_hWaitDlg);
         m_hWaitDlg = KvCreateModelessDialog(hOwner, IDD_CONNECT_IN_PROGRESS, ConnectInProgressProc,
                                             reinterpret_cast<LPARAM>(&m_link));
         if (m_hWaitDlg != nullptr)

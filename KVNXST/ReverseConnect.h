@@ -29,5 +29,4 @@ private:
     IKvTrayLink& m_link;
     std::atomic<bool> m_bActive{false};
     HWND m_hWaitDlg = nullptr;
-    bool m_bJoinDialogOpen = false;
 };

@@ -355,6 +355,14 @@ void Engine::HandleAgentRecord(const std::vector<std::uint8_t>& rec)
             m_reporter.Note("chat message for " + m_chatViewer + ", who is gone");
         m_chats.push_back(ChatBody(data, size));
         break;
+    case MSG_TYPE_REVERSE_CONNECTION:
+        if (size == sizeof(MSG_REVERSE_CONNECTION))
+        {
+            auto rec = std::make_unique<MSG_REVERSE_CONNECTION>();
+            KvRecordFromBytes(*rec, data, size);
+            m_reverseRequests.push_back(std::move(rec));
+        }
+        break;
     default:
         break;
     }
@@ -405,6 +413,42 @@ bool Engine::TakeChat(const Command& cmd)
 }
 
 // ---------------------------------------------------------------------------------------------
+
+bool Engine::TakeReverse(const Command& cmd)
+{
+    const std::unique_ptr<MSG_REVERSE_CONNECTION> got = std::move(m_reverseRequests.front());
+    m_reverseRequests.pop_front();
+    const std::string where = "line " + std::to_string(cmd.line) + ": reverse-connection request ";
+    bool bSame = true;
+    const auto Text = [&](const char* key, std::u16string_view field)
+    {
+        const std::string* want = cmd.Option(key);
+        if (want == nullptr || Utf8ToUtf16(*want) == field)
+            return;
+        m_reporter.Error(where + key + "=" + QuoteForTrace(field, 200) + ", expected " +
+                         QuoteForTrace(Utf8ToUtf16(*want), 200));
+        bSame = false;
+    };
+    const auto Number = [&](const char* key, std::uint32_t field)
+    {
+        const std::string* want = cmd.Option(key);
+        if (want == nullptr || cmd.OptionU32(key) == field)
+            return;
+        m_reporter.Error(where + key + "=" + std::to_string(field) + ", expected " + *want);
+        bSame = false;
+    };
+    Number("status", got->dwStatus);
+    Number("option", got->uConnectOption);
+    Number("join", got->bShortReport);
+    Text("code", KvReadString(got->szShortText));
+    Text("host", KvReadString(got->szHost));
+    Number("port", got->dwPort);
+    Number("use-proxy", got->bUseProxy);
+    Text("proxy-host", KvReadString(got->szProxyHost));
+    Number("proxy-port", got->dwProxyPort);
+    Text("secret", KvReadString(got->szProxySecret));
+    return bSame;
+}
 
 bool Engine::SftFilesWaiting(std::uint32_t dwViewerId)
 {

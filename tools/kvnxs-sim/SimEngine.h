@@ -104,6 +104,10 @@ public:
     // The event of the viewer's last drop-client record was set; TakeSftFiles then compares the
     // listed files with an expect-sft-files line.
     bool SftFilesWaiting(std::uint32_t dwViewerId);
+    // The agent's reverse-connection requests (70070), oldest first; TakeReverse compares the
+    // oldest with the fields named on an expect-reverse line, reports each difference and forgets it.
+    bool ReverseWaiting() const { return !m_reverseRequests.empty(); }
+    bool TakeReverse(const Command& cmd);
     bool TakeSftFiles(const Command& cmd);
 
     // ---- Datagrams to the service's UDP port (port query, invitations); returns the replies.
@@ -167,6 +171,7 @@ private:
         bool bSet = false;
     };
     std::map<std::uint32_t, SftDrop> m_sftDrops;
+    std::deque<std::unique_ptr<MSG_REVERSE_CONNECTION>> m_reverseRequests;
 
     // Invitations.
     std::map<std::string, std::uint32_t> m_udpPending; // peer -> command announced by its header

@@ -151,6 +151,8 @@ bool Server::ConditionMet(Until until)
         return m_engine.TakePermissionAnswer(m_gotPermission);
     case Until::Invitation:
         return m_engine.TakeInvitationEvent(m_wantInvite);
+    case Until::Reverse:
+        return m_engine.ReverseWaiting();
     case Until::SftFiles:
         return m_engine.SftFilesWaiting(m_wantSftViewer);
     case Until::Closed:
@@ -176,7 +178,8 @@ bool Server::Pump(Until until, unsigned timeoutMs, LineQueue* lines, std::string
         if (until == Until::Line && *eof)
             return true;
         // A record or the handshake can no longer come once the agent has gone.
-        if ((until == Until::Received || until == Until::Chat || until == Until::Handshake) &&
+        if ((until == Until::Received || until == Until::Chat || until == Until::Reverse ||
+             until == Until::Handshake) &&
             m_engine.AgentClosed())
             return false;
         unsigned slice = kSliceMs;
@@ -277,6 +280,16 @@ bool Server::RunCommand(const Command& cmd)
         if (!m_bStop)
             m_reporter.Error(where + "no chat message from the agent within " + std::to_string(timeout) +
                              " ms" + (m_engine.AgentClosed() ? "; the agent has closed the connection" : ""));
+        return false;
+    }
+    if (v == "expect-reverse")
+    {
+        const unsigned timeout = cmd.OptionU32("timeout", m_options.expectTimeoutMs);
+        if (Pump(Until::Reverse, timeout))
+            return m_engine.TakeReverse(cmd);
+        if (!m_bStop)
+            m_reporter.Error(where + "no reverse-connection request from the agent within " +
+                             std::to_string(timeout) + " ms");
         return false;
     }
     if (v == "expect-sft-files")

@@ -75,6 +75,7 @@ private:
         Permission, // a permission answer arrived
         Invitation, // an invitation exchange of m_wantInvite happened
         SftFiles,   // the drop event of viewer m_wantSftViewer was set
+        Reverse,    // a reverse-connection request arrived
         Closed,     // the agent closed the connection
         Line,       // a script line is available
     };
