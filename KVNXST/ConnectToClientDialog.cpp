@@ -27,6 +27,9 @@ constexpr UINT kSecretFontHeight = 14;
 const KvProxyBoxes kProxyBoxes = {IDC_USE_PROXY, IDC_REVERSE_PROXY_HOST, IDC_REVERSE_PROXY_PORT,
                                   IDC_USE_PROXY_SECRET, IDC_PROXY_SECRET};
 
+// One dialog at a time: the tray menu stays usable while it is open.
+HWND g_hConnectDlg = nullptr;
+
 MSG_REVERSE_CONNECTION* RequestOf(HWND hDlg)
 {
     return reinterpret_cast<MSG_REVERSE_CONNECTION*>(GetWindowLongPtrW(hDlg, DWLP_USER));
@@ -277,6 +280,7 @@ INT_PTR CALLBACK ConnectToClient(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPa
     switch (uMsg)
     {
     case WM_INITDIALOG:
+        g_hConnectDlg = hDlg;
         OnInitDialog(hDlg, reinterpret_cast<MSG_REVERSE_CONNECTION*>(lParam));
         return TRUE;
     case WM_COMMAND:
@@ -286,9 +290,15 @@ INT_PTR CALLBACK ConnectToClient(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lPa
         EndDialog(hDlg, IDCANCEL);
         return TRUE;
     case WM_DESTROY:
+        g_hConnectDlg = nullptr;
         DeleteSecretFont(hDlg);
         return TRUE;
     default:
         return FALSE;
     }
+}
+
+HWND KvConnectToClientDialog()
+{
+    return g_hConnectDlg;
 }

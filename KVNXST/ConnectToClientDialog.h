@@ -6,6 +6,9 @@
 
 INT_PTR CALLBACK ConnectToClient(HWND hDlg, UINT uMsg, WPARAM wParam, LPARAM lParam);
 
+// The open dialog, or null.
+HWND KvConnectToClientDialog();
+
 // The dialog's remembered hosts and proxies (ReverseConnectLists.h); each is true when the key
 // could be opened or created.
 bool LoadHostList(HWND hCombo, HWND hDlg);

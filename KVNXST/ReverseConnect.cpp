@@ -21,6 +21,13 @@ void CReverseConnect::ConnectToClient(HWND hOwner, std::uint32_t uConnectOption,
     KvLogBlock logBlock(logger, L"CReverseConnect::ConnectToClient");
     if (!bAllowed || m_bActive)
         return;
+    if (HWND hOpen = KvConnectToClientDialog(); hOpen != nullptr)
+    {
+        LOG4CXX_INFO(logger, L"Connect to client dialog exists, bringing to top.");
+        BringWindowToTop(hOpen);
+        SetForegroundWindow(hOpen);
+        return;
+    }
     auto request = std::make_unique<MSG_REVERSE_CONNECTION>();
     KvZero(*request);
     request->uConnectOption = uConnectOption;

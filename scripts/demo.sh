@@ -6,7 +6,8 @@
 #   the About box is opened from the tray menu; a second viewer joins; the service lists the
 #   viewers; both leave; a third viewer asks for permission and the user allows; that viewer writes
 #   in the chat and the user answers; the viewer offers a drop window and the user drags a file onto
-#   it; the service asks the agent to exit.
+#   it; the user connects out to a waiting viewer through the connect and connecting dialogs; the
+#   service asks the agent to exit.
 # Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
 # exit codes (-56: ended at the service's request).
 #   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
@@ -140,6 +141,23 @@ if wait_trace "-- handshake complete"; then
     play "sft-delete 1" "sft-delete 2"
   else
     echo "demo: the drop window did not open" >&2
+    status=1
+  fi
+  # The user calls a viewer that waits for the connection: the dialog from the tray menu, host and
+  # port typed, OK; the simulator checks the request field by field, and the connecting dialog
+  # shows until the service reports the connection made.
+  ui traymenu --class "$tray_class" --icon 44444 --layout "$bin/KVNXSTRES.dll,104" --pick 40006
+  connect=$(ui find --title "Connect to a Viewer" --shown --wait 10000)
+  # 1001 is the edit inside the host combo box, the first of its kind in the dialog.
+  if [ -n "$connect" ] && ui type "$connect" 1001 "viewer-7.example" && ui type "$connect" 1026 5500; then
+    sleep 0.5
+    shot 10-connect-to-viewer
+    ui click "$connect" 1
+    play "expect-reverse host=viewer-7.example port=5500 use-proxy=0" "reverse 101" "wait 1000"
+    shot 11-connecting
+    play "reverse 100 suppress=1" "wait 500"
+  else
+    echo "demo: the connect dialog did not open" >&2
     status=1
   fi
   if [ "$keep" = 1 ]; then
