@@ -351,8 +351,10 @@ def main():
         rendered.append(images)
         write(os.path.join(args.outdir, name), ico_bytes([(s, images[s]) for s in ICON_SIZES]))
 
-    write(os.path.join(args.outdir, "banner.bmp"), bmp_bytes(render_banner(360, 60)))
-    write(os.path.join(args.outdir, "banner-scaled.bmp"), bmp_bytes(render_banner(540, 90)))
+    # Wider than any dialog that shows them: the dialog clips the plain right end, whatever width
+    # the dialog font gives the dialog (240 units are 360 pixels with one font, 420 with another).
+    write(os.path.join(args.outdir, "banner.bmp"), bmp_bytes(render_banner(480, 60)))
+    write(os.path.join(args.outdir, "banner-scaled.bmp"), bmp_bytes(render_banner(720, 90)))
 
     if args.preview:
         write(args.preview, png_bytes(preview(rendered)))
