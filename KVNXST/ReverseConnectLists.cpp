@@ -20,6 +20,9 @@ const KvRememberedList kvReverseProxies = {L"Reverse Connection",
                                            6127,
                                            6127,
                                            2050};
+const KvRememberedList kvInvitationProxies = {
+    L"Invitations", L"Proxy %d", L"Proxy Host %d", L"Proxy Port %d", L"Proxy Last", L"Proxy Port", 6127, 6127,
+    6127,           520};
 
 namespace
 {

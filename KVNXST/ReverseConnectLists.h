@@ -36,6 +36,8 @@ struct KvProxyBoxes
 // "Proxy Host %d" but read as "Proxy %d", so only the last proxy comes back; kept so on purpose.
 extern const KvRememberedList kvReverseHosts;
 extern const KvRememberedList kvReverseProxies;
+// The invitation dialog's proxies, under "Invitations", with the same names; entries of 260 units.
+extern const KvRememberedList kvInvitationProxies;
 
 // Fills hCombo with the list's entries (empty ones skipped), puts the last port into hPort and
 // selects the last entry, adding it when the list lacks it. True when the key was opened.
