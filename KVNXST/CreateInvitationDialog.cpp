@@ -426,6 +426,13 @@ bool CopyAsBlob(HWND hDlg)
 {
     KvLogBlock logBlock(logger, L"CopyAsBlob");
     const std::wstring text = InvitationText(hDlg);
+    if (!OpenClipboard(hDlg))
+    {
+        LOG4CXX_WARN(logger, L"The clipboard cannot be opened. Error = " << GetLastError());
+        return false;
+    }
+    EmptyClipboard();
+    // The zeroed tail ends the text. A failed allocation leaves the clipboard open, as it always has.
     HGLOBAL hData = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, text.size() + 2);
     if (hData == nullptr)
         return false;
@@ -433,7 +440,11 @@ bool CopyAsBlob(HWND hDlg)
     WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), pText,
                         static_cast<int>(text.size()), nullptr, nullptr);
     GlobalUnlock(hData);
-    return PutOnClipboard(hDlg, CF_TEXT, hData);
+    const bool bSet = SetClipboardData(CF_TEXT, hData) != nullptr;
+    if (!bSet)
+        GlobalFree(hData);
+    CloseClipboard();
+    return bSet;
 }
 
 bool CopyAsFile(HWND hDlg)
