@@ -746,6 +746,14 @@ template <std::size_t N> inline std::u16string KvReadString(const char16_t (&s)[
     return std::u16string(s, KvStringLength(s));
 }
 
+#if defined(_WIN32)
+// The text of a fixed array as a Windows string, stopping at its NUL or at its end.
+template <std::size_t N> inline std::wstring KvReadWideString(const char16_t (&s)[N])
+{
+    return std::wstring(KvWide(s), KvStringLength(s));
+}
+#endif
+
 // Copies at most srcUnits units of src (stopping early at a NUL) into dst, truncated to N - 1
 // units; the terminator follows and the rest of dst is zeroed. Returns the units copied. CharT is
 // any 16-bit unit type (char16_t, or wchar_t on Windows).

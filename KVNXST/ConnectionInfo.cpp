@@ -51,11 +51,6 @@ constexpr UINT KV_SETTINGS_DIALOG_DELAY_MS = 500;
 constexpr std::size_t KV_NOTIFY_NAME_UNITS = 259;
 constexpr std::uint32_t KV_IDLE_ICON_AFTER_LAST_VIEWER = 1;
 
-template <std::size_t N> std::wstring Bounded(const char16_t (&s)[N])
-{
-    return std::wstring(KvWide(s), KvStringLength(s));
-}
-
 std::u16string ToU16(const std::wstring& s)
 {
     return std::u16string(reinterpret_cast<const char16_t*>(s.data()), s.size());
@@ -462,7 +457,7 @@ void CServiceLink::NotifyDialog(UINT uMsg, std::uint32_t dwKind, const wchar_t* 
     KV_NOTIFY_RECORD record;
     std::memset(&record, 0, sizeof record);
     record.dwKind = dwKind;
-    CopyInto(record.szText, Bounded(info.szUsername).substr(0, KV_NOTIFY_NAME_UNITS) + szWhat);
+    CopyInto(record.szText, KvReadWideString(info.szUsername).substr(0, KV_NOTIFY_NAME_UNITS) + szWhat);
     record.dwConnections = info.dwConnections;
     m_window.TellNotice(uMsg, record);
 }
@@ -636,7 +631,7 @@ bool CServiceLink::OnChatOpen()
     if (rec == nullptr)
         return false;
     TerminateField(rec->szUsername, L"MSG_TRAYICON_CHAT_OPEN.szUsername");
-    LOG4CXX_INFO(logger, L"MSG_TYPE_TRAYICON_CHAT_OPEN: szUsername = " << Bounded(rec->szUsername));
+    LOG4CXX_INFO(logger, L"MSG_TYPE_TRAYICON_CHAT_OPEN: szUsername = " << KvReadWideString(rec->szUsername));
     m_window.Send(WM_CHAT_OPEN, reinterpret_cast<WPARAM>(rec));
     return true;
 }
@@ -663,7 +658,7 @@ bool CServiceLink::OnChatMessage()
     if (!m_pSocket->ReadExact(reinterpret_cast<std::uint8_t*>(&head) + 4, static_cast<int>(sizeof head - 4)))
         return false;
     TerminateField(head.szUsername, L"MSG_CHAT_MESSAGE.szUsername");
-    LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.szUsername = " << Bounded(head.szUsername));
+    LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.szUsername = " << KvReadWideString(head.szUsername));
     LOG4CXX_INFO(logger, L"MSG_CHAT_MESSAGE.dwMessageLength = " << head.dwMessageLength);
 
     // A body beyond what a chat window shows is read and dropped, so the records behind it still

@@ -111,7 +111,7 @@ void CDropDialog::OnDestroy()
     }
     if (m_bDelivered)
         KvSetServiceEvent(
-            std::wstring(KvWide(m_drop.szEventName), KvStringLength(m_drop.szEventName)).c_str());
+            KvReadWideString(m_drop.szEventName).c_str());
     const HWND hTray = reinterpret_cast<HWND>(static_cast<ULONG_PTR>(m_drop.hTrayWnd));
     PostMessageW(hTray, WM_KV_DROP_WINDOW, 1001, static_cast<LPARAM>(m_drop.dwViewerId));
     LOG4CXX_INFO(logger, L"Drop window for viewer " << m_drop.dwViewerId << L" closed.");

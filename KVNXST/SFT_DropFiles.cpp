@@ -19,11 +19,6 @@ namespace
 // times over, and a file that someone grew beyond it is not read to the end.
 constexpr DWORD KV_MAX_SECTION_UNITS = 16 * 1024 * 1024;
 
-template <std::size_t N> std::wstring Bounded(const char16_t (&s)[N])
-{
-    return std::wstring(KvWide(s), KvStringLength(s));
-}
-
 // Files only, each by the name another process can open.
 std::vector<std::wstring> FilesToSend(const std::vector<std::wstring>& paths)
 {
@@ -246,7 +241,7 @@ std::size_t KvSendDroppedFiles(const MSG_TRAYICON_SFT_DROP_CLIENT& drop,
                                     << files.size() << L" files to send.");
     if (files.empty())
         return 0;
-    const std::wstring listPath = Bounded(drop.szFileListPath);
+    const std::wstring listPath = KvReadWideString(drop.szFileListPath);
     if (!listPath.empty() && WriteFileList(listPath, files))
         LOG4CXX_INFO(logger, L"Files listed in " << listPath);
     else if (PutOnClipboard(files, hOwner))

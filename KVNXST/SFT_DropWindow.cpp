@@ -21,11 +21,6 @@ constexpr wchar_t KV_SFT_SECTION[] = L"Settings";
 constexpr wchar_t KV_SFT_TEMP_INI_VALUE[] = L"SFT:TempIni";
 constexpr wchar_t KV_SFT_DATA_VALUE[] = L"SFT:Data";
 
-template <std::size_t N> std::wstring PathOf(const char16_t (&szPath)[N])
-{
-    return std::wstring(KvWide(szPath), KvStringLength(szPath));
-}
-
 // Creates one file and remembers it: the path kept, then the registry value.
 void CreateAndRemember(const std::wstring& path, std::wstring& kept, const wchar_t* szValue)
 {
@@ -51,9 +46,9 @@ int CFileTransfer::SFT_CreateTempFiles(const MSG_TRAYICON_SFT_INIT_TEMP& init)
     KvLogBlock logBlock(logger, L"CTaskBarWindow::SFT_CreateTempFiles");
     try
     {
-        CreateAndRemember(PathOf(init.szTempIniPath), m_tempIni,
+        CreateAndRemember(KvReadWideString(init.szTempIniPath), m_tempIni,
                           KV_SFT_TEMP_INI_VALUE);
-        CreateAndRemember(PathOf(init.szDataPath), m_tempData, KV_SFT_DATA_VALUE);
+        CreateAndRemember(KvReadWideString(init.szDataPath), m_tempData, KV_SFT_DATA_VALUE);
     }
     catch (const kvUtil::kvException& e)
     {
