@@ -1,5 +1,6 @@
 #include "JoinAttendedSessionDialog.h"
 
+#include "DialogParts.h"
 #include "KVNXST.h"
 #include "KVNXSTWindow.h"
 #include "KvLogging.h"
@@ -7,8 +8,6 @@
 #include "ResourceText.h"
 #include "resource.h"
 
-#include <commctrl.h>
-#include <shellapi.h>
 
 #include <cwctype>
 
@@ -20,30 +19,7 @@ namespace
 // One join dialog at a time: the tray window brings an open one to the front instead.
 HWND g_hJoinDlg = nullptr;
 MSG_REVERSE_CONNECTION* g_pJoinAttendedSession = nullptr;
-HBITMAP g_hScaledBanner = nullptr;
-
-// On a scaled screen the template's 96-DPI banner would be stretched by nobody: the larger one
-// takes its place.
-void UseScaledBanner(HWND hDlg)
-{
-    HDC hdc = GetDC(hDlg);
-    const int nDpi = hdc != nullptr ? GetDeviceCaps(hdc, LOGPIXELSX) : 96;
-    if (hdc != nullptr)
-        ReleaseDC(hDlg, hdc);
-    if (nDpi <= 96)
-        return;
-    g_hScaledBanner = static_cast<HBITMAP>(LoadImageW(
-        KvResourceModule(), MAKEINTRESOURCEW(IDB_BITMAP_INTERNET_SESSION_BANNER), IMAGE_BITMAP, 0, 0, 0));
-    if (g_hScaledBanner == nullptr)
-    {
-        LOG4CXX_WARN(logger, L"Failed to load IDB_BITMAP_INTERNET_SESSION_BANNER scale bitmap.");
-        return;
-    }
-    const HGDIOBJ hOld = reinterpret_cast<HGDIOBJ>(SendDlgItemMessageW(
-        hDlg, IDC_BANNER, STM_SETIMAGE, IMAGE_BITMAP, reinterpret_cast<LPARAM>(g_hScaledBanner)));
-    if (hOld != nullptr && hOld != g_hScaledBanner)
-        DeleteObject(hOld);
-}
+KvScaledBanner g_banner;
 
 // Blanks and line breaks around a pasted code are not part of it.
 void TrimInPlace(char16_t (&text)[8096])
@@ -96,7 +72,7 @@ INT_PTR CALLBACK JoinAttendedSessionProc(HWND hDlg, UINT uMsg, WPARAM wParam, LP
             return TRUE;
         }
         SendDlgItemMessageW(hDlg, IDC_JOIN_CODE, EM_LIMITTEXT, 8095, 0);
-        UseScaledBanner(hDlg);
+        g_banner.Apply(hDlg, logger);
         return TRUE;
     case WM_COMMAND:
         if (LOWORD(wParam) == IDOK)
@@ -109,15 +85,8 @@ INT_PTR CALLBACK JoinAttendedSessionProc(HWND hDlg, UINT uMsg, WPARAM wParam, LP
         EndDialog(hDlg, 2);
         return TRUE;
     case WM_NOTIFY:
-    {
-        const auto* pHeader = reinterpret_cast<const NMHDR*>(lParam);
-        // A click, or Enter on the focused link.
-        if (pHeader != nullptr && pHeader->idFrom == IDC_LINK &&
-            (pHeader->code == NM_CLICK || pHeader->code == NM_RETURN))
-            ShellExecuteW(hDlg, L"open", KvLoadText(IDS_JOIN_LINK_URL).c_str(), nullptr, nullptr,
-                          SW_SHOWNORMAL);
+        KvOpenLinkOnNotify(hDlg, lParam, IDS_JOIN_LINK_URL);
         return TRUE;
-    }
     case WM_CTLCOLORSTATIC:
         if (reinterpret_cast<HWND>(lParam) != GetDlgItem(hDlg, IDC_JOIN_NOTE))
             return FALSE;
@@ -127,9 +96,7 @@ INT_PTR CALLBACK JoinAttendedSessionProc(HWND hDlg, UINT uMsg, WPARAM wParam, LP
     case WM_DESTROY:
         g_hJoinDlg = nullptr;
         g_pJoinAttendedSession = nullptr;
-        if (g_hScaledBanner != nullptr)
-            DeleteObject(g_hScaledBanner);
-        g_hScaledBanner = nullptr;
+        g_banner.Release();
         return TRUE;
     default:
         return FALSE;
