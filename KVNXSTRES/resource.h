@@ -121,6 +121,16 @@
 #define IDS_SFT_TOO_MANY                153   // more files chosen than the open-file dialog can return
 #define IDS_SFT_CHOOSE_TITLE            154   // caption of the open-file dialog
 
+// Certificate (IDD_VALIDATE_CERT)
+#define IDS_CERT_ISSUER_FMT             160   // details: %ls the issuer's display name
+#define IDS_CERT_VALIDITY_FMT           161   // details: %ls valid from, %ls valid until (local date and time)
+#define IDS_CERT_FINGERPRINT_FMT        162   // details: %ls the SHA-256 fingerprint, two lines
+#define IDS_CERT_EXPIRED_FMT            163   // warning: %ls the end of the validity period
+#define IDS_CERT_NOT_YET_VALID_FMT      164   // warning: %ls the start of the validity period
+#define IDS_CERT_NONE                   165   // warning when no certificate could be read
+#define IDS_CERT_VIEW_ERROR             166   // View without a certificate: message box text
+#define IDS_CERT_VIEW_ERROR_CAPTION     167   // and its caption
+
 // ---- Dialog controls ----------------------------------------------------------------------------
 // Buttons with the standard ids (IDOK, IDCANCEL, IDYES, IDNO) are left to windows.h.
 
@@ -186,6 +196,9 @@
 #define IDC_CERT_VIEW                   3     // open the system's certificate viewer
 #define IDC_CERT_REMEMBER               1041
 #define IDC_CERT_NAME                   1042
+#define IDC_CERT_DETAILS                1043  // validity period, fingerprint
+#define IDC_CERT_WARNING                1047  // expired, not yet valid, or no certificate
+#define IDC_CERT_ISSUER                 1048
 
 // Chat (IDD_CHAT)
 #define IDC_CHAT_TRANSCRIPT             1101  // owner-drawn list, a message an item

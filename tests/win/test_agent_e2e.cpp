@@ -35,7 +35,6 @@ TEST(AgentCommandLine, EachLineReachesItsModeWithItsNumbersAndTheTrayAgentItsPor
         {L"cert -ValidateCert -Permission 5002 2", REG_NONE, 0, 0, "INFO", "ClientPermissionDialog",
          "nPort=0 nAfType=0"},
         {L"-Permission", REG_NONE, 0, 0, "WARN", "KVNXST", "-Permission needs a port and an address family."},
-        {L"C:\\cert.der -ValidateCert now", REG_NONE, 0, 1, "INFO", "KVNXST", "Displaying ValidateCert dialog"},
         {L"-onetimesession", REG_NONE, 0, 1, "ERROR", "KVNXST",
          "-onetimesession needs to followed by port parameter."},
         {L"-onetimesession 0x10", REG_NONE, 0, 1, "ERROR", "KVNXST",
