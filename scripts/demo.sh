@@ -7,7 +7,7 @@
 #   viewers; both leave; a third viewer asks for permission and the user allows; that viewer writes
 #   in the chat and the user answers; the viewer offers a drop window and the user drags a file onto
 #   it; the user connects out to a waiting viewer through the connect and connecting dialogs; the
-#   service asks the agent to exit.
+#   user creates an invitation and copies it; the service asks the agent to exit.
 # Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
 # exit codes (-56: ended at the service's request).
 #   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
@@ -60,7 +60,7 @@ fifo=$(mktemp -u)
 mkfifo "$fifo"
 stay=()
 [ "$keep" = 1 ] && stay=(--stay)
-"$sim" --port "$port" --no-udp --accept-timeout 60000 --script - "${stay[@]}" <"$fifo" \
+"$sim" --port "$port" --udp-port 6129 --accept-timeout 60000 --script - "${stay[@]}" <"$fifo" \
   > >(tee "$out/sim-trace.txt") 2>&1 &
 sim_pid=$!
 exec 4>"$fifo"
@@ -158,6 +158,23 @@ if wait_trace "-- handshake complete"; then
     play "reverse 100 suppress=1" "wait 500"
   else
     echo "demo: the connect dialog did not open" >&2
+    status=1
+  fi
+  # The user invites a viewer: the invitation dialog from the tray menu, a name and a right, Create;
+  # the simulator's invitation service checks the request and answers with a text in the ANSI code
+  # page, which the dialog shows and copies to the clipboard as text.
+  play "invite-text \"VEXA-INV:4f1c-été-2207:7129:€\""
+  ui traymenu --class "$tray_class" --icon 44444 --layout "$bin/KVNXSTRES.dll,104" --pick 40002
+  invite=$(ui find --title "Invitations" --shown --wait 15000)
+  if [ -n "$invite" ] && ui type "$invite" 1012 "Support call" && ui click "$invite" 1015 && ui click "$invite" 4; then
+    play "expect-invite create name=\"Support call\" rights=11000 expiry=1"
+    sleep 0.5
+    ui click "$invite" 8
+    echo "demo: the clipboard holds: $(ui clipboard)"
+    shot 12-invitation
+    ui click "$invite" 2
+  else
+    echo "demo: the invitation dialog did not open" >&2
     status=1
   fi
   if [ "$keep" = 1 ]; then

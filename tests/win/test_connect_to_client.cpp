@@ -1,5 +1,6 @@
 // The connect-to-client dialog in this process against the user's real list key (kept aside and put
 // back): what stored lists offer, the request OK fills, what it stores, and the checks it makes.
+#include "registry_values.h"
 #include "resident_agent.h"
 
 #include "ConnectToClientDialog.h"
@@ -17,8 +18,7 @@ namespace
 {
 
 constexpr wchar_t kKey[] = L"Software\\Kestrova Development\\Vexa Remote Control\\Reverse Connection";
-// A value as "#n" for a number, else the string (stored with its terminator, as the system adds one).
-using Values = std::map<std::wstring, std::wstring>;
+using Values = RegistryValues;
 
 // "name=value;..." (a value "#n" is a number, "@n" n letters x); "hosts" is "Host n=hn", n = 0 to 52.
 Values Parse(const std::wstring& entries)
@@ -35,32 +35,6 @@ Values Parse(const std::wstring& entries)
         values[L"Host " + std::to_wstring(n)] = L"h" + std::to_wstring(n);
     values.erase(L"hosts");
     return values;
-}
-
-Values ReadKey()
-{
-    Values values;
-    HKEY hKey = nullptr;
-    wchar_t szName[256], data[4096];
-    DWORD cchName = 256, dwType = 0, cb = sizeof data;
-    for (DWORD i = 0; (hKey != nullptr || RegOpenKeyExW(HKEY_CURRENT_USER, kKey, 0, KEY_READ, &hKey) == 0) &&
-                      RegEnumValueW(hKey, i, szName, &cchName, nullptr, &dwType, (BYTE*)data, &cb) == 0;
-         ++i, cchName = 256, cb = sizeof data)
-        values[szName] = dwType == REG_DWORD ? L"#" + std::to_wstring(data[0] | DWORD(data[1]) << 16)
-                                             : std::wstring(data, wcsnlen(data, cb / 2));
-    RegCloseKey(hKey);
-    return values;
-}
-
-// The key holding exactly these values (without any, no key).
-void WriteKey(const Values& values)
-{
-    RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
-    DWORD dw = 0;
-    for (const auto& [name, v] : values)
-        RegSetKeyValueW(HKEY_CURRENT_USER, kKey, name.c_str(), v[0] == L'#' ? REG_DWORD : REG_SZ,
-                        v[0] == L'#' ? (const void*)&(dw = std::stoul(v.substr(1))) : v.data(),
-                        v[0] == L'#' ? 4 : DWORD(v.size() * 2));
 }
 
 // A control as the user sees it: its text, "[x]" or "[ ]" for a check box, "/off" when disabled,
@@ -160,7 +134,8 @@ INT_PTR Show(const TestDesktop* pDesktop, MSG_REVERSE_CONNECTION* pRequest)
 TEST(ConnectToClientDialog, OffersTheStoredListsFillsTheRequestAndStoresWhatWasSent)
 {
     // The user's own lists wait aside while the test runs.
-    const std::shared_ptr<void> restore(nullptr, [kept = ReadKey()](void*) { WriteKey(kept); });
+    const std::shared_ptr<void> restore(nullptr, [kept = ReadRegistryValues(kKey)](void*)
+                                        { WriteRegistryValues(kKey, kept); });
     const TestDesktop desktop(std::wstring(), L"1024x768");
     g_hResInstance = LoadResourceLibraryFrom(ModuleFolder().c_str(), nullptr);
     ASSERT_TRUE(g_hResInstance != nullptr && desktop.Created());
@@ -168,7 +143,7 @@ TEST(ConnectToClientDialog, OffersTheStoredListsFillsTheRequestAndStoresWhatWasS
     {
         SCOPED_TRACE(c.what);
         const Values stored = Parse(c.stored);
-        WriteKey(stored);
+        WriteRegistryValues(kKey, stored);
 
         auto request = std::make_unique<MSG_REVERSE_CONNECTION>(),
              want = std::make_unique<MSG_REVERSE_CONNECTION>();
@@ -192,7 +167,7 @@ TEST(ConnectToClientDialog, OffersTheStoredListsFillsTheRequestAndStoresWhatWasS
         want->dwProxyPort = c.dwProxyPort;
         KvCopyString(want->szProxySecret, c.szSecret);
         EXPECT_EQ(0, std::memcmp(want.get(), request.get(), sizeof *want)) << Narrow(KvWide(request->szHost));
-        const Values now = ReadKey();
+        const Values now = ReadRegistryValues(kKey);
         EXPECT_TRUE(c.nResult == 1 || now == stored) << "stored without OK";
         for (const auto& [name, value] : Parse(c.after))
             EXPECT_EQ(Narrow(value), Narrow(now.count(name) != 0 ? now.at(name) : L"-")) << Narrow(name);

@@ -1,5 +1,6 @@
 // Outgoing connections through the built agent and the simulator: what the dialogs send, one dialog
 // and one request at a time, and the connecting dialog following the service's results.
+#include "registry_values.h"
 #include "resident_agent.h"
 
 #include "resource.h"
@@ -79,6 +80,11 @@ TEST(ReverseConnection, JoinCodeGoesOutTrimmedOnceAndTheConnectingDialogFollowsT
 // What the lists keep is proven in test_connect_to_client.cpp; here, what goes to the service.
 TEST(ReverseConnection, ConnectToAWaitingViewerSendsExactlyWhatWasTyped)
 {
+    // The user's own lists wait aside: what this test stores would fill the next user's dialog.
+    static constexpr wchar_t kKey[] =
+        L"Software\\Kestrova Development\\Vexa Remote Control\\Reverse Connection";
+    const std::shared_ptr<void> restore(nullptr, [kept = ReadRegistryValues(kKey)](void*)
+                                        { WriteRegistryValues(kKey, kept); });
     Resident r;
     ASSERT_TRUE(r.Launch());
     const auto ConnectDialog = [&]

@@ -388,6 +388,52 @@ bool Engine::TakeInvitationEvent(const std::string& kind)
     return true;
 }
 
+bool Engine::CompareInvitation(const Command& cmd) const
+{
+    static const char* const kFields[] = {"name",       "rights",     "expiry", "password",
+                                          "proxy-host", "proxy-port", "secret"};
+    if (std::none_of(std::begin(kFields), std::end(kFields),
+                     [&](const char* key) { return cmd.Option(key); }))
+        return true;
+    const std::string where = "line " + std::to_string(cmd.line) + ": invitation request ";
+    if (m_lastInvitation == nullptr)
+    {
+        m_reporter.Error(where + "never arrived whole");
+        return false;
+    }
+    // The request the dialog should have sent, built from the options; then byte by byte.
+    const std::u16string name = OptText(cmd, "name"), password = OptText(cmd, "password"),
+                         proxyHost = OptText(cmd, "proxy-host"), secret = OptText(cmd, "secret");
+    const std::string rights = cmd.Option("rights") ? *cmd.Option("rights") : "00000";
+    KvInvitationFields<char16_t> f;
+    f.name = name.c_str();
+    bool* const flags[] = {&f.bRightA, &f.bRightB, &f.bRightC, &f.bRightD, &f.bRightE};
+    for (std::size_t i = 0; i < 5 && i < rights.size(); ++i)
+        *flags[i] = rights[i] == '1';
+    f.dwExpiry = cmd.OptionU32("expiry");
+    f.password = password.empty() ? nullptr : password.c_str();
+    f.proxyHost = proxyHost.empty() ? nullptr : proxyHost.c_str();
+    f.dwProxyPort = cmd.OptionU32("proxy-port");
+    f.proxySecret = secret.empty() ? nullptr : secret.c_str();
+    auto want = std::make_unique<MSG_INVITATION_REQUEST>();
+    KvBuildInvitationRequest(*want, f);
+    const auto* got = reinterpret_cast<const std::uint8_t*>(m_lastInvitation.get());
+    const auto* expected = reinterpret_cast<const std::uint8_t*>(want.get());
+    const std::size_t at = std::mismatch(got, got + sizeof *want, expected).first - got;
+    if (at == sizeof *want)
+        return true;
+    const MSG_INVITATION_REQUEST& r = *m_lastInvitation;
+    m_reporter.Error(where + "differs from byte " + std::to_string(at) + ": name=" +
+                     QuoteForTrace(KvReadString(r.szName), 200) + " rights=" + std::to_string(r.bRightA) +
+                     std::to_string(r.bRightB) + std::to_string(r.bRightC) + std::to_string(r.bRightD) +
+                     std::to_string(r.bRightE) + " expiry=" + std::to_string(r.dwExpiry) +
+                     " password=" + QuoteForTrace(KvReadString(r.szPassword), 200) +
+                     " proxy-host=" + QuoteForTrace(KvReadString(r.szProxyHost), 200) +
+                     " proxy-port=" + std::to_string(r.dwProxyPort) +
+                     " secret=" + QuoteForTrace(KvReadString(r.szProxySecret), 200));
+    return false;
+}
+
 bool Engine::TakePermissionAnswer(std::uint32_t& code)
 {
     if (m_permAnswers.empty())
@@ -561,7 +607,18 @@ bool Engine::Execute(const Command& cmd)
     }
     if (v == "invite-text")
     {
-        m_inviteText = cmd.Arg(0);
+        if (Utf8ToWindows1252(cmd.Arg(0), m_inviteText))
+        {
+            m_cbInviteAnnounced = cmd.OptionU32("length", static_cast<std::uint32_t>(m_inviteText.size()));
+            return true;
+        }
+        m_reporter.ScriptError("line " + std::to_string(cmd.line) +
+                               ": the invitation text has a character outside code page 1252");
+        return false;
+    }
+    if (v == "invite-silent")
+    {
+        m_bInviteSilent = cmd.U32(0) != 0;
         return true;
     }
     if (v == "invite-error")
@@ -800,6 +857,12 @@ std::vector<Bytes> Engine::OnServiceDatagram(const std::string& peer, const std:
             return replies;
         const std::uint32_t command = KvReadU32(data + 4);
         m_reporter.Trace("<< udp " + peer + " header command=" + std::to_string(command));
+        if (command == KV_UDP_INVITATION_DELETE_ALL && m_bInviteSilent)
+        {
+            m_reporter.Trace("-- udp " + peer + " delete left unanswered");
+            m_inviteEvents.push_back("delete");
+            return replies;
+        }
         if (command != KV_UDP_INVITATION_DELETE_ALL)
         {
             m_udpPending[peer] = command;
@@ -837,7 +900,8 @@ std::vector<Bytes> Engine::OnServiceDatagram(const std::string& peer, const std:
         ProtocolError("invitation request from " + peer + ": " + p);
     if (size == sizeof(MSG_INVITATION_REQUEST))
     {
-        auto req = std::make_unique<MSG_INVITATION_REQUEST>();
+        auto& req = m_lastInvitation;
+        req = std::make_unique<MSG_INVITATION_REQUEST>();
         KvRecordFromBytes(*req, data, size);
         m_reporter.Trace(
             "<< udp " + peer + " invitation request name=" + QuoteForTrace(KvReadString(req->szName)) +
@@ -848,15 +912,19 @@ std::vector<Bytes> Engine::OnServiceDatagram(const std::string& peer, const std:
     }
     if (!problems.empty())
         return replies;
+    m_inviteEvents.push_back("create");
+    if (m_bInviteSilent)
+    {
+        m_reporter.Trace("-- udp " + peer + " invitation request left unanswered");
+        return replies;
+    }
     auto reply = std::make_unique<MSG_INVITATION_REPLY>();
-    BuildInvitationReply(*reply, m_dwInviteError, m_inviteErrorText,
-                         static_cast<std::uint32_t>(m_inviteText.size()));
+    BuildInvitationReply(*reply, m_dwInviteError, m_inviteErrorText, m_cbInviteAnnounced);
     m_reporter.Trace(">> udp " + peer + " invitation reply error=" + std::to_string(reply->dwError) +
                      " length=" + std::to_string(reply->dwTextLength));
     replies.push_back(ToBytes(*reply));
     if (m_dwInviteError == 0)
         replies.emplace_back(m_inviteText.begin(), m_inviteText.end());
-    m_inviteEvents.push_back("create");
     return replies;
 }
 

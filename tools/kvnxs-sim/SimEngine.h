@@ -96,6 +96,9 @@ public:
     // Expectations: each takes the first matching event and forgets it.
     bool TakeReceived(std::uint32_t dwType);
     bool TakeInvitationEvent(const std::string& kind);
+    // The last invitation request against name= rights=ABCDE (digits) expiry= password=
+    // proxy-host= proxy-port= secret=, byte for byte; true when no field is named.
+    bool CompareInvitation(const Command& cmd) const;
     bool TakePermissionAnswer(std::uint32_t& code);
     // The agent's chat messages, oldest first. Once one is waiting, TakeChat compares the oldest
     // with the text of an expect-chat line, reports a difference and forgets it.
@@ -176,11 +179,14 @@ private:
     // Invitations.
     std::map<std::string, std::uint32_t> m_udpPending; // peer -> command announced by its header
     std::string m_inviteText = "VEXA-INVITATION:SIMULATED";
+    std::uint32_t m_cbInviteAnnounced = static_cast<std::uint32_t>(m_inviteText.size());
     std::uint32_t m_dwInviteError = 0;
     std::u16string m_inviteErrorText;
     std::uint32_t m_dwDeleteStatus = 0;
     std::uint32_t m_dwDeleteCount = 0;
     std::deque<std::string> m_inviteEvents;
+    std::unique_ptr<MSG_INVITATION_REQUEST> m_lastInvitation;
+    bool m_bInviteSilent = false;
 
     // Permission.
     enum class PermStage

@@ -335,9 +335,9 @@ bool Server::RunCommand(const Command& cmd)
     if (v == "expect-invite")
     {
         m_wantInvite = cmd.Arg(0);
-        const unsigned timeout = cmd.U32(1, m_options.expectTimeoutMs);
+        const unsigned timeout = cmd.OptionU32("timeout", m_options.expectTimeoutMs);
         if (Pump(Until::Invitation, timeout))
-            return true;
+            return m_wantInvite != "create" || m_engine.CompareInvitation(cmd);
         if (!m_bStop)
             m_reporter.Error(where + "no invitation " + m_wantInvite + " exchange within " +
                              std::to_string(timeout) + " ms");

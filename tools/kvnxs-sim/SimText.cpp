@@ -1,6 +1,8 @@
 #include "SimText.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 namespace kvsim
 {
@@ -87,6 +89,29 @@ std::u16string Utf8ToUtf16(std::string_view s)
         i += len;
     }
     return out;
+}
+
+bool Utf8ToWindows1252(std::string_view s, std::string& out)
+{
+    // Bytes 0x80 to 0x9F; the rest of the page is Latin-1. Zero marks the five unused bytes.
+    static const char16_t kHigh[32] = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                       0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0,      0x017D, 0,
+                                       0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                       0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
+    out.clear();
+    for (char16_t c : Utf8ToUtf16(s))
+    {
+        if (c < 0x80 || (c >= 0xA0 && c <= 0xFF))
+        {
+            out.push_back(static_cast<char>(c));
+            continue;
+        }
+        const char16_t* found = std::find(std::begin(kHigh), std::end(kHigh), c);
+        if (found == std::end(kHigh))
+            return false;
+        out.push_back(static_cast<char>(0x80 + (found - kHigh)));
+    }
+    return true;
 }
 
 std::string Utf16ToUtf8(std::u16string_view s)
