@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # CI builds with warnings as errors.
 export KVNXST_WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: all setup build test bench soak demo clean
+.PHONY: all setup build test bench soak cut demo clean
 all: build
 
 setup:
@@ -33,6 +33,11 @@ soak: build
 	@seed=$${KVNXST_SOAK_SEED:-$$(shuf -i 0-4294967295 -n 1)}; echo "soak: seed $$seed"; \
 	  cd build/win/bin && KVNXST_SOAK_RECORDS=10000 KVNXST_SOAK_SEED=$$seed ../../../scripts/with-display.sh \
 	  ../../../cmake/wine-run.sh --root=.. test_resident_e2e.exe --gtest_filter='ResidentAgentSoak.*'
+
+# The service's link cut at each of 220 points of what it sends, an agent each (make test: every fourth).
+cut: build
+	@cd build/win/bin && KVNXST_CUT_ALL=1 ../../../scripts/with-display.sh \
+	  ../../../cmake/wine-run.sh --root=.. test_link_cut_e2e.exe
 
 # The resident agent against the simulator in the Wine virtual desktop.
 demo: build

@@ -1,10 +1,10 @@
 // The desktop options switched off and put back by the tray window object in this process, read
 // back with the system's own getters. Changes are session-only; the user's profile is compared
 // before and after.
+#include "desktop_effects.h"
 #include "parked_tray_window.h"
 #include "resident_agent.h"
 
-#include "DesktopOptions.h"
 #include "KvSystemApi.h"
 
 #include <gtest/gtest.h>
@@ -19,21 +19,7 @@ namespace
 {
 
 const wchar_t kDesktopKey[] = L"Control Panel\\Desktop";
-const wchar_t kNoteKey[] = L"Software\\Kestrova Development\\Vexa Remote Control\\Session";
 
-DWORD Get(const DesktopEffect& e)
-{
-    DWORD dw = 0;
-    SystemParametersInfoW(e.uGet, 0, &dw, 0);
-    return dw;
-}
-void Put(const DesktopEffect& e, UINT u)
-{
-    if (e.bValueInUiParam)
-        SystemParametersInfoW(e.uSet, u, nullptr, SPIF_SENDCHANGE);
-    else
-        SystemParametersInfoW(e.uSet, 0, reinterpret_cast<PVOID>(static_cast<UINT_PTR>(u)), SPIF_SENDCHANGE);
-}
 std::wstring Wallpaper()
 {
     wchar_t sz[MAX_PATH] = {};
@@ -71,13 +57,6 @@ void SetProfileString(const wchar_t* szName, const std::wstring& value)
                     static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
 }
 
-bool NotePresent()
-{
-    DWORD cb = 0;
-    return RegGetValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged", RRF_RT_ANY, nullptr, nullptr,
-                        &cb) == ERROR_SUCCESS;
-}
-
 bool g_bShellUp = true;
 
 class DesktopOptions : public ::testing::Test
@@ -99,7 +78,7 @@ protected:
     void TearDown() override
     {
         m_tray.reset();
-        RegDeleteKeyValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged");
+        RegDeleteKeyValueW(HKEY_CURRENT_USER, kDesktopNoteKey, L"DesktopOptionsChanged");
         for (const DesktopEffect& e : KV_EFFECTS)
             Put(e, m_session[e.nBit]);
         PutWallpaper(m_wallpaper);
@@ -240,7 +219,8 @@ TEST_F(DesktopOptions, AKilledAgentsOptionsComeBackWhenTheNextAgentStarts)
     CloseHandle(pi.hThread);
     CloseHandle(pi.hProcess);
     const DWORD note[] = {static_cast<DWORD>(1 | shadow.nBit), pi.dwProcessId};
-    RegSetKeyValueW(HKEY_CURRENT_USER, kNoteKey, L"DesktopOptionsChanged", REG_BINARY, note, sizeof note);
+    RegSetKeyValueW(HKEY_CURRENT_USER, kDesktopNoteKey, L"DesktopOptionsChanged", REG_BINARY, note,
+                    sizeof note);
     ParkedTrayWindow next;
     EXPECT_NE(0u, Get(shadow));
     EXPECT_FALSE(NotePresent());

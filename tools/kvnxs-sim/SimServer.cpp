@@ -94,14 +94,25 @@ void Server::Flush()
 {
     const bool bMayEnd = m_engine.OutgoingMayEndLink();
     const Bytes out = m_engine.TakeOutgoing();
-    if (out.empty())
+    if (m_bCut || out.empty())
         return;
     if (!m_agent.Valid())
     {
         m_reporter.Error("cannot send " + std::to_string(out.size()) + " bytes: the agent is gone");
         return;
     }
-    if (SendAll(m_agent, out.data(), out.size()))
+    const bool bCut = m_options.cutAfterBytes - m_nSent <= out.size();
+    const std::size_t size = bCut ? static_cast<std::size_t>(m_options.cutAfterBytes - m_nSent) : out.size();
+    const bool bSent = size == 0 || SendAll(m_agent, out.data(), size);
+    m_nSent += size;
+    if (bCut)
+    {
+        m_reporter.Note("link cut after byte " + std::to_string(m_nSent));
+        m_bCut = true;
+        m_agent.Close();
+        m_engine.OnServiceClosed();
+    }
+    if (bSent)
         return;
     const std::string why = SocketErrorText(LastSocketError());
     // Whether the agent was right to end the link the script's next expectation tells.
@@ -438,7 +449,7 @@ int Server::Run(LineQueue& script)
     }
 
     int lineNo = 0;
-    for (;;)
+    while (!m_bCut)
     {
         std::string line;
         bool eof = false;

@@ -42,6 +42,9 @@ struct ServerOptions
     unsigned handshakeTimeoutMs = 30000;
     unsigned expectTimeoutMs = 5000; // default of expect steps
     bool stay = false;               // after the script, serve until the agent leaves
+    // Closes the link once this many bytes went to the agent, the first of them included (from the
+    // version record on); what the agent sends then and the rest of the script are dropped.
+    std::uint64_t cutAfterBytes = UINT64_MAX;
     EngineOptions engine;
 };
 
@@ -101,6 +104,8 @@ private:
     std::uint16_t m_tcpPort = 0;
     std::uint16_t m_udpPort = 0;
     std::atomic<bool> m_bStop{false};
+    std::uint64_t m_nSent = 0;
+    bool m_bCut = false;
 
     std::uint32_t m_wantType = 0;
     std::string m_wantInvite;

@@ -39,6 +39,7 @@ const char kUsage[] =
     "                         echo, then the exit request; the agent must survive and exit\n"
     "  --seed S               the soak's seed (default: a random one, printed)\n"
     "  --soak-skip ID         leave that id out of the soak (to look past a known fault)\n"
+    "  --cut-after N          close the link once N bytes went to the agent (0: at once), then stop\n"
     "\n"
     "script commands:\n";
 
@@ -101,6 +102,8 @@ int main(int argc, char** argv)
             soakSeed = n;
         else if (arg == "--soak-skip" && TakeNumber(argc, argv, i, n))
             soakSkip = n;
+        else if (arg == "--cut-after" && TakeNumber(argc, argv, i, n))
+            options.cutAfterBytes = n;
         else if (arg == "--one-time" && i + 1 < argc)
         {
             options.engine.dwOneTime = 1;
