@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # CI builds with warnings as errors.
 export KVNXST_WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: all setup build test bench soak cut demo clean
+.PHONY: all setup build test bench soak cut demo msi clean
 all: build
 
 setup:
@@ -42,6 +42,10 @@ cut: build
 # The resident agent against the simulator in the Wine virtual desktop.
 demo: build
 	@scripts/with-display.sh scripts/demo.sh
+
+# The administrator's package, build/win/KVNXST-<version>.msi.
+msi: build
+	@installer/build-msi.sh
 
 clean:
 	rm -rf build

@@ -5,6 +5,7 @@ packages=(
   cmake ninja-build make g++ python3 patch xz-utils bzip2 dpkg-dev
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-tools
   wine wine64 xvfb xauth x11-utils imagemagick
+  wixl msitools
   libboost-dev googletest libbenchmark-dev
 )
 missing=()
