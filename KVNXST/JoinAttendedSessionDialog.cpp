@@ -8,7 +8,6 @@
 #include "ResourceText.h"
 #include "resource.h"
 
-
 #include <cwctype>
 
 static log4cxx::LoggerPtr logger(KvGetLogger(KvLoggerName::JoinAttendedSessionDialog));
