@@ -3,6 +3,7 @@
 // request. KVNXST_SOAK_RECORDS and KVNXST_SOAK_SEED replace the count and the seed (make soak).
 #include "resident_agent.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include <gtest/gtest.h>
@@ -31,6 +32,11 @@ TEST(ResidentAgentSoak, SurvivesSeededRandomRecordsAndStillEndsOnTheExitRequest)
                     FromEnvironment("KVNXST_SOAK_SEED", "14"),
                 "unblock", "expect 100000 15000", "exit", "expect-closed 15000"});
     EXPECT_EQ(0, r.sim.Finish()) << r.sim.Errors();
+    // The simulator's table of what was sent and answered.
+    const std::string trace = r.sim.Trace();
+    const std::size_t table = trace.find("-- soak done");
+    if (table != std::string::npos)
+        std::printf("%s", trace.substr(table, trace.find("\n##", table) + 1 - table).c_str());
     const DWORD dwCode = r.agent.Wait(kE2eWait);
     EXPECT_EQ(Code(KV_EXIT_CODE_ENDED), dwCode) << "exit code 0x" << std::hex << dwCode << r.Story();
 }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <map>
 #include <ostream>
 
 namespace kvsim
@@ -406,10 +408,14 @@ bool Server::RunSoak(const Command& cmd, const std::string& where)
     m_reporter.Note("soak of " + std::to_string(count) + " records, seed " + std::to_string(seed) +
                     (skip != 0 ? ", without " + std::to_string(skip) : std::string()));
     SoakRecords records(seed, skip);
+    std::map<std::uint32_t, std::pair<unsigned, std::size_t>> sent; // id -> records, bytes
     for (std::uint32_t i = 1; i <= count; ++i)
     {
         std::string summary;
         const Bytes rec = records.Next(summary);
+        auto& tally = sent[KvReadU32(rec.data())];
+        ++tally.first;
+        tally.second += rec.size();
         summary = "soak " + std::to_string(i) + "/" + std::to_string(count) + ": " + summary;
         m_engine.SendSoak(rec, summary);
         Flush();
@@ -427,6 +433,15 @@ bool Server::RunSoak(const Command& cmd, const std::string& where)
         return false;
     }
     m_reporter.Note("soak done: " + std::to_string(count) + " records answered");
+    char row[128];
+    std::snprintf(row, sizeof row, "%-44s %8s %12s", "record", "answered", "bytes");
+    m_reporter.Note(row);
+    for (const auto& entry : sent)
+    {
+        std::snprintf(row, sizeof row, "%-44s %8u %12zu", KvMessageName(entry.first), entry.second.first,
+                      entry.second.second);
+        m_reporter.Note(row);
+    }
     return true;
 }
 

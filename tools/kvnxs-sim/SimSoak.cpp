@@ -9,20 +9,13 @@
 namespace kvsim
 {
 
-namespace
-{
+#define KV_TEXT(T, f)                                                                                        \
+    SoakText                                                                                                 \
+    {                                                                                                        \
+#f, offsetof(T, f), sizeof(T::f) / 2                                                                 \
+    }
 
-struct TextField
-{
-    const char* name;
-    std::size_t offset;
-    std::size_t units;
-};
-
-#define KV_TEXT(T, f) TextField{#f, offsetof(T, f), sizeof(T::f) / 2}
-
-// The texts of each record that the agent keeps, logs or shows.
-std::vector<TextField> TextsOf(std::uint32_t id)
+std::vector<SoakText> SoakTexts(std::uint32_t id)
 {
     switch (id)
     {
@@ -36,7 +29,7 @@ std::vector<TextField> TextsOf(std::uint32_t id)
     case MSG_TYPE_TRAYICON_SETTINGS:
     case MSG_TYPE_TRAYICON_SETTINGS_UPDATE:
     {
-        std::vector<TextField> texts = {
+        std::vector<SoakText> texts = {
             KV_TEXT(MSG_TRAYICON_SETTINGS, szCaption), KV_TEXT(MSG_TRAYICON_SETTINGS, szNotifyTitle),
             KV_TEXT(MSG_TRAYICON_SETTINGS, szNotifyHeading), KV_TEXT(MSG_TRAYICON_SETTINGS, szConnectHeader),
             KV_TEXT(MSG_TRAYICON_SETTINGS, szLanguage)};
@@ -74,6 +67,9 @@ std::vector<TextField> TextsOf(std::uint32_t id)
 }
 
 #undef KV_TEXT
+
+namespace
+{
 
 // Ids left out of the draw, because their effect ends or swamps the run rather than testing the
 // agent's robustness: the exit request ends the agent (the soak sends it once, at the end); the
@@ -158,7 +154,7 @@ Bytes SoakRecords::Next(std::string& summary)
     for (std::size_t at = 4; at + 4 <= rec.size(); at += 4)
         PutU32(rec, at, Word());
     PutU32(rec, 0, id);
-    for (const TextField& text : TextsOf(id))
+    for (const SoakText& text : SoakTexts(id))
         FillText(rec, text.offset, text.units, text.name, summary);
 
     switch (id)
@@ -176,12 +172,28 @@ Bytes SoakRecords::Next(std::string& summary)
         break;
     case MSG_TYPE_CHAT_MESSAGE:
     {
-        // The length says how much follows, so the stream stays in frame whatever the body holds.
+        // The length says how much follows, so the stream stays in frame whatever the body holds:
+        // mostly a text, but also no body, an odd length, and one beyond what the agent shows
+        // (which it reads and drops).
         const std::size_t at = rec.size();
-        rec.resize(at + 2 * kChatBodyMaxUnits);
-        const std::size_t units = FillText(rec, at, kChatBodyMaxUnits, "body", summary);
-        rec.resize(at + 2 * units);
-        PutU32(rec, offsetof(MSG_CHAT_MESSAGE, dwMessageLength), static_cast<std::uint32_t>(2 * units));
+        const std::uint32_t kind = Below(32);
+        std::size_t bytes = 0;
+        if (kind == 0)
+            bytes = KV_MAX_CHAT_BODY_BYTES + 1 + Below(1u << 16);
+        else if (kind <= 2)
+            bytes = 2 * Below(kChatBodyMaxUnits) + 1;
+        else if (kind != 3)
+            bytes = 2 * kChatBodyMaxUnits;
+        rec.resize(at + bytes);
+        if (kind <= 3)
+        {
+            for (std::size_t i = at; i < rec.size(); ++i)
+                rec[i] = static_cast<std::uint8_t>(m_rng());
+            summary += " body=" + std::to_string(bytes) + "B";
+        }
+        else
+            rec.resize(at + 2 * FillText(rec, at, kChatBodyMaxUnits, "body", summary));
+        PutU32(rec, offsetof(MSG_CHAT_MESSAGE, dwMessageLength), static_cast<std::uint32_t>(rec.size() - at));
         break;
     }
     default:

@@ -5,6 +5,7 @@
 
 #include "SimRecords.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -12,6 +13,16 @@
 
 namespace kvsim
 {
+
+struct SoakText
+{
+    const char* name;
+    std::size_t offset; // bytes from the record's start
+    std::size_t units;  // the field's size in 16-bit units
+};
+
+// The texts of a record that the agent keeps, logs or shows; the soak fills each with random units.
+std::vector<SoakText> SoakTexts(std::uint32_t id);
 
 class SoakRecords
 {

