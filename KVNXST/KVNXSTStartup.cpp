@@ -86,10 +86,14 @@ HMODULE LoadResourceFile(const std::wstring& path)
         return nullptr;
     HMODULE hModule =
         LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+    const DWORD dwError = GetLastError();
     if (hModule != nullptr)
         LOG4CXX_INFO(logger, L"Resource library " << path);
+    else if (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND ||
+             dwError == ERROR_MOD_NOT_FOUND)
+        LOG4CXX_DEBUG(logger, L"No resource library at " << path << L" Error = " << dwError);
     else
-        LOG4CXX_DEBUG(logger, L"No resource library at " << path << L" Error = " << GetLastError());
+        LOG4CXX_WARN(logger, L"The resource library " << path << L" cannot be loaded. Error = " << dwError);
     return hModule;
 }
 
@@ -442,6 +446,39 @@ HMODULE LoadResourceLibrary(ILanguageSettingsStorage* pLanguage)
     return LoadResourceLibraryFrom(ProgramFolder().c_str(), language.c_str());
 }
 
+// The first string, dialog or menu of the English library that the translation lacks; empty when
+// it has them all. A translation from another build may be older than the agent.
+static std::wstring MissingResource(HMODULE hTranslation, HMODULE hEnglish)
+{
+    struct Walk
+    {
+        HMODULE hTranslation;
+        std::wstring missing;
+    } walk{hTranslation, std::wstring()};
+    const auto check = [](HMODULE hEnglishLib, LPCWSTR type, LPWSTR name, LONG_PTR param) -> BOOL
+    {
+        auto& w = *reinterpret_cast<Walk*>(param);
+        const UINT uName = static_cast<UINT>(reinterpret_cast<ULONG_PTR>(name));
+        if (!IS_INTRESOURCE(name))
+            w.missing = std::wstring(L"resource ") + name;
+        else if (type != RT_STRING && FindResourceW(w.hTranslation, name, type) == nullptr)
+            w.missing = (type == RT_DIALOG ? L"dialog " : L"menu ") + std::to_wstring(uName);
+        // A string block holds ids (name - 1) * 16 to (name - 1) * 16 + 15.
+        for (UINT uId = (uName - 1) * 16; type == RT_STRING && w.missing.empty() && uId < uName * 16; ++uId)
+        {
+            const wchar_t* p = nullptr;
+            if (LoadStringW(hEnglishLib, uId, reinterpret_cast<LPWSTR>(&p), 0) > 0 &&
+                LoadStringW(w.hTranslation, uId, reinterpret_cast<LPWSTR>(&p), 0) <= 0)
+                w.missing = L"string " + std::to_wstring(uId);
+        }
+        return w.missing.empty();
+    };
+    for (LPCWSTR type : {RT_STRING, RT_DIALOG, RT_MENU})
+        if (walk.missing.empty())
+            EnumResourceNamesW(hEnglish, type, check, reinterpret_cast<LONG_PTR>(&walk));
+    return walk.missing;
+}
+
 HMODULE LoadResourceLibraryFrom(const wchar_t* szAgentFolder, const wchar_t* szLanguage)
 {
     KvLogBlock logBlock(logger, L"LoadResourceLibraryFrom");
@@ -452,10 +489,25 @@ HMODULE LoadResourceLibraryFrom(const wchar_t* szAgentFolder, const wchar_t* szL
     {
         if (KvIsLanguageCode(szLanguage))
         {
-            HMODULE hModule =
-                LoadResourceFile(folder + L"Localization\\" + szLanguage + L"\\" + KV_RESOURCE_LIBRARY);
-            if (hModule != nullptr)
-                return hModule;
+            const std::wstring path = folder + L"Localization\\" + szLanguage + L"\\" + KV_RESOURCE_LIBRARY;
+            HMODULE hTranslation = LoadResourceFile(path);
+            // Compared with the English library, which stays the fallback.
+            const std::wstring english = folder + KV_RESOURCE_LIBRARY;
+            HMODULE hEnglish =
+                hTranslation == nullptr || english.size() >= MAX_PATH
+                    ? nullptr
+                    : LoadLibraryExW(english.c_str(), nullptr,
+                                     LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+            const std::wstring missing = hEnglish != nullptr ? MissingResource(hTranslation, hEnglish) : L"";
+            if (hEnglish != nullptr)
+                FreeLibrary(hEnglish);
+            if (hTranslation != nullptr && missing.empty())
+                return hTranslation;
+            if (hTranslation != nullptr)
+            {
+                LOG4CXX_WARN(logger, path << L" lacks " << missing << L"; the English library applies.");
+                FreeLibrary(hTranslation);
+            }
         }
         else
         {

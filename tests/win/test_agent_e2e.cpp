@@ -108,18 +108,33 @@ TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
     EXPECT_EQ(1u, agent.Run(L"-onetimesession 6200").Count(loaded + "Localization\\fr\\KVNXSTRES.dll"));
     // "-Settings" loads it again before the editor.
     EXPECT_EQ(2u, agent.Run(L"-Settings").Count(loaded + "Localization\\fr\\KVNXSTRES.dll"));
-    // No such translation, or a code that would leave the folder: the English library beside the agent.
-    for (const wchar_t* szCode : {L"de", L"..\\fr"})
+    // No such translation, a code that would leave the folder, one of 300 letters, a number: the
+    // English library beside the agent.
+    const DWORD dwNumber = 0x6672;
+    for (const std::wstring& code :
+         {std::wstring(L"xx"), std::wstring(L"..\\fr"), std::wstring(300, L'f'), std::wstring()})
     {
-        ASSERT_TRUE(language.SetText(szCode));
+        ASSERT_TRUE(code.empty() ? language.Set(REG_DWORD, &dwNumber, 4) : language.SetText(code.c_str()));
         const AgentRun run = agent.Run(L"-onetimesession 6200");
         EXPECT_EQ(1u, run.Count(loaded + "KVNXSTRES.dll")) << run.log;
         EXPECT_EQ(1u, run.Count("|Resource library ")) << run.log;
     }
+    // A translation that is no library, or one that lacks texts (the agent's own module): English.
+    ASSERT_TRUE(language.SetText(L"fr"));
+    WriteTextFile(agent.Path() + L"Localization\\fr\\KVNXSTRES.dll", std::string(4096, 'M'));
+    AgentRun run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, run.Count("|The resource library " + Narrow(agent.Path()) +
+                            "Localization\\fr\\KVNXSTRES.dll cannot be loaded. Error = "))
+        << run.log;
+    EXPECT_EQ(1u, run.Count(loaded + "KVNXSTRES.dll")) << run.log;
+    ASSERT_TRUE(agent.Add(L"KVNXST.exe", L"Localization\\fr\\KVNXSTRES.dll"));
+    run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, run.Count("KVNXSTRES.dll lacks string ")) << run.log;
+    EXPECT_EQ(1u, run.Count(loaded + "KVNXSTRES.dll")) << run.log;
     // No library at all: the agent's own module serves, and it runs on.
     language.Remove();
     ASSERT_TRUE(DeleteFileW((agent.Path() + L"KVNXSTRES.dll").c_str()));
-    const AgentRun run = agent.Run(L"-onetimesession 6200");
+    run = agent.Run(L"-onetimesession 6200");
     EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST",
                                "No resource library; the agent's own resources apply"));
     EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode);
