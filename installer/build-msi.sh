@@ -7,7 +7,8 @@
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 bin=$repo/build/win/bin
-for f in KVNXST.exe KVNXSTRES.dll KVNXChat.dll KVNXST.Logging.xml; do
+files=(KVNXST.exe KVNXSTRES.dll KVNXChat.dll KVNXST.Logging.xml Localization/fr/KVNXSTRES.dll Localization/de/KVNXSTRES.dll)
+for f in "${files[@]}"; do
   [ -f "$bin/$f" ] || { echo "build-msi: $bin/$f is missing; run make build first" >&2; exit 1; }
 done
 
@@ -26,8 +27,8 @@ out=${1:-$repo/build/win/KVNXST-$version.msi}
 
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
-cp "$bin/KVNXST.exe" "$bin/KVNXSTRES.dll" "$bin/KVNXChat.dll" "$bin/KVNXST.Logging.xml" "$stage/"
-x86_64-w64-mingw32-strip --strip-debug "$stage/KVNXST.exe" "$stage/KVNXSTRES.dll" "$stage/KVNXChat.dll"
+(cd "$bin" && cp --parents "${files[@]}" "$stage/")
+x86_64-w64-mingw32-strip --strip-debug "$stage/KVNXST.exe" "$stage/KVNXChat.dll"
 # wixl takes sources relative to where it runs.
 out=$(cd "$(dirname "$out")" && pwd)/$(basename "$out")
 (cd "$stage" && wixl -a x64 -D Version="$version" -D Bin=. -o "$out" "$repo/installer/KVNXST.wxs")

@@ -30,7 +30,7 @@ newer=$major.$minor.$((patch + 1))
 KVNXST_MSI_VERSION=$newer "$repo/installer/build-msi.sh" "$work/new.msi" >/dev/null || fail "no newer package"
 
 wine_ msiexec /i "Z:${old//\//\\}" /qn || fail "msiexec /i failed"
-for f in KVNXST.exe KVNXSTRES.dll KVNXChat.dll KVNXST.Logging.xml; do
+for f in KVNXST.exe KVNXSTRES.dll KVNXChat.dll KVNXST.Logging.xml 'Localization\fr\KVNXSTRES.dll' 'Localization\de\KVNXSTRES.dll'; do
   wine_ cmd /c if exist "$folder\\$f" echo found | grep -q found || fail "$f not installed"
 done
 [ "$(installed)" = "$version" ] || fail "installed versions: $(installed | tr '\n' ' '), expected $version"

@@ -7,8 +7,6 @@
 
 #include "KvServiceMessages.h"
 
-#include <tlhelp32.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -74,21 +72,6 @@ std::vector<std::size_t> CutPoints(const std::vector<Piece>& stream)
     return {points.begin(), points.end()};
 }
 
-std::vector<DWORD> ChildrenOf(DWORD dwParent)
-{
-    std::vector<DWORD> children;
-    const HANDLE hSnap = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (hSnap == INVALID_HANDLE_VALUE)
-        return children;
-    PROCESSENTRY32W pe = {};
-    pe.dwSize = sizeof pe;
-    for (BOOL b = Process32FirstW(hSnap, &pe); b; b = Process32NextW(hSnap, &pe))
-        if (pe.th32ParentProcessID == dwParent)
-            children.push_back(pe.th32ProcessID);
-    CloseHandle(hSnap);
-    return children;
-}
-
 bool Exists(const std::wstring& path)
 {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -152,7 +135,7 @@ Row CutAt(std::size_t offset, const std::vector<Piece>& stream, const DesktopEff
     row.files = Check(CountContaining(lines, "Create: ") != 0, !Exists(ini) && !Exists(data));
     const std::size_t opened = CountContaining(lines, "Drop window for viewer 7 at position");
     row.drop = Check(opened != 0, opened == CountContaining(lines, "Drop window for viewer 7 closed."));
-    row.children = Check(true, ChildrenOf(r.agent.Id()).empty());
+    row.children = Check(true, kvui::ChildProcesses(r.agent.Id()).empty());
     row.reason =
         Check(true, CountMessage(lines, "INFO", "ConnectionInfo",
                                  "The connection to the service ended; closing the tray window.") == 1);

@@ -2,6 +2,7 @@
 
 #include <ole2.h>
 #include <shlobj.h>
+#include <tlhelp32.h>
 
 #include <cstring>
 #include <cwchar>
@@ -616,6 +617,21 @@ std::optional<DWORD> DragFiles(HWND hTarget, const std::vector<std::wstring>& pa
     if (hr != DRAGDROP_S_DROP && hr != DRAGDROP_S_CANCEL)
         return std::nullopt;
     return hr == DRAGDROP_S_DROP ? dwEffect : DROPEFFECT_NONE;
+}
+
+std::vector<DWORD> ChildProcesses(DWORD dwParent)
+{
+    std::vector<DWORD> children;
+    const HANDLE hSnap = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    if (hSnap == INVALID_HANDLE_VALUE)
+        return children;
+    PROCESSENTRY32W pe = {};
+    pe.dwSize = sizeof pe;
+    for (BOOL b = Process32FirstW(hSnap, &pe); b; b = Process32NextW(hSnap, &pe))
+        if (pe.th32ParentProcessID == dwParent)
+            children.push_back(pe.th32ProcessID);
+    CloseHandle(hSnap);
+    return children;
 }
 
 } // namespace kvui

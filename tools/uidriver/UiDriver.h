@@ -69,6 +69,9 @@ bool SelectComboText(HWND hParent, int id, const std::wstring& text);
 // Asks the window to close (WM_CLOSE), as its caption button does.
 bool CloseWindow(HWND hWnd);
 
+// The processes still running that this one started.
+std::vector<DWORD> ChildProcesses(DWORD dwParent);
+
 // A tray icon, reached through the window that owns it.
 struct TrayIcon
 {
