@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # CI builds with warnings as errors.
 export KVNXST_WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: all setup build test bench soak cut demo msi clean
+.PHONY: all setup build test bench soak cut cmdstorm demo msi clean
 all: build
 
 setup:
@@ -38,6 +38,11 @@ soak: build
 cut: build
 	@cd build/win/bin && KVNXST_CUT_ALL=1 ../../../scripts/with-display.sh \
 	  ../../../cmake/wine-run.sh --root=.. test_link_cut_e2e.exe
+
+# 10,000 seeded hostile command lines against the built agent; KVNXST_CMDSTORM_SEED replays a run.
+cmdstorm: build
+	@cd build/win/bin && ../../../scripts/with-display.sh ../../../cmake/wine-run.sh --root=.. \
+	  cmdstorm.exe --agent KVNXST.exe --count $${KVNXST_CMDSTORM_COUNT:-10000} --seed $${KVNXST_CMDSTORM_SEED:-1}
 
 # The resident agent against the simulator in the Wine virtual desktop.
 demo: build
