@@ -1,11 +1,11 @@
 # Thin front door; the work is in CMake presets and scripts/.
 SHELL := /bin/bash
-PRESETS_HOST := host host-asan
+PRESETS_HOST := host host-asan fuzz
 JOBS ?= $(shell nproc)
 # CI builds with warnings as errors.
 export KVNXST_WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: all setup build test bench soak cut cmdstorm demo msi clean
+.PHONY: all setup build test bench soak cut cmdstorm fuzz demo msi clean
 all: build
 
 setup:
@@ -43,6 +43,11 @@ cut: build
 cmdstorm: build
 	@cd build/win/bin && ../../../scripts/with-display.sh ../../../cmake/wine-run.sh --root=.. \
 	  cmdstorm.exe --agent KVNXST.exe --count $${KVNXST_CMDSTORM_COUNT:-10000} --seed $${KVNXST_CMDSTORM_SEED:-1}
+
+# Each libFuzzer target for KVNXST_FUZZ_SECONDS (an hour; make test: 30 s each), with its final figures.
+fuzz: build
+	@KVNXST_FUZZ_SECONDS=$${KVNXST_FUZZ_SECONDS:-3600} cmake --preset fuzz > build/configure-fuzz.log
+	@cmake --build --preset fuzz && ctest --preset fuzz -j $(JOBS)
 
 # The resident agent against the simulator in the Wine virtual desktop.
 demo: build

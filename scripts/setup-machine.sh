@@ -7,6 +7,7 @@ packages=(
   wine wine64 xvfb xauth x11-utils imagemagick
   wixl msitools
   libboost-dev googletest libbenchmark-dev
+  clang libclang-rt-dev
 )
 missing=()
 for p in "${packages[@]}"; do
