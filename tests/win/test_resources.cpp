@@ -3,6 +3,7 @@
 // missing string, icon or bitmap.
 #include <windows.h>
 
+#include "ResourceTemplates.h"
 #include "resource.h" // must coexist with the system headers
 
 #include "test_logging_support.h"
@@ -19,18 +20,6 @@ HMODULE LoadAsData(const wchar_t* name)
 {
     return LoadLibraryExW((kvtest::ModuleFolder() + name).c_str(), nullptr,
                           LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
-}
-
-// The printf conversions of a format, as length modifier plus conversion, each followed by a space:
-// "ls d ". A lone "%" at the end comes back as "% ", so a stray percent sign fails too.
-std::string Conversions(const std::wstring& format)
-{
-    std::string found;
-    const std::wregex conversion(L"%(%|[-+ #0-9.*]*([hlLqjztwI]*.?))");
-    for (std::wsregex_iterator it(format.begin(), format.end(), conversion), end; it != end; ++it)
-        if (it->str(1) != L"%")
-            found += (it->length(2) ? std::string((*it)[2].first, (*it)[2].second) : "%") + " ";
-    return found;
 }
 
 // Every string the agent loads and the placeholders it fills in. Wide strings are "%ls": mingw's
@@ -98,13 +87,13 @@ TEST(AgentResources, LibraryHoldsEveryStringWithExactlyItsPlaceholdersEveryIconA
     HMODULE lib = LoadAsData(L"KVNXSTRES.dll");
     ASSERT_NE(lib, nullptr) << "KVNXSTRES.dll missing beside the test";
     for (const auto& expected : kFormatted)
-        EXPECT_EQ(expected.conversions, Conversions(kvtest::ResourceText(lib, expected.id)))
+        EXPECT_EQ(expected.conversions, kvui::Conversions(kvtest::ResourceText(lib, expected.id)))
             << "string " << expected.id;
     for (UINT id : kPlain)
     {
         const std::wstring text = kvtest::ResourceText(lib, id);
         EXPECT_FALSE(text.empty()) << "string " << id;
-        EXPECT_EQ("", Conversions(text)) << "string " << id;
+        EXPECT_EQ("", kvui::Conversions(text)) << "string " << id;
     }
     for (UINT id : {10u, 76u})
         EXPECT_EQ(0u, kvtest::ResourceText(lib, id).rfind(L"https://", 0)) << "link of string " << id;
