@@ -252,4 +252,64 @@ private:
     std::wstring m_name;
 };
 
+// The screen's logical DPI for the processes started meanwhile (each reads it once as it starts),
+// back to the default when the object goes, also after a failed assertion.
+class ScreenDpi
+{
+public:
+    explicit ScreenDpi(DWORD dwDpi) : m_bSet(Set(dwDpi)) {}
+    ~ScreenDpi() { RegDeleteKeyValueW(HKEY_CURRENT_USER, kDesktop, L"LogPixels"); }
+    ScreenDpi(const ScreenDpi&) = delete;
+    ScreenDpi& operator=(const ScreenDpi&) = delete;
+
+    bool Set(DWORD dwDpi) const
+    {
+        return !RegSetKeyValueW(HKEY_CURRENT_USER, kDesktop, L"LogPixels", REG_DWORD, &dwDpi, sizeof dwDpi);
+    }
+    explicit operator bool() const { return m_bSet; }
+
+private:
+    static constexpr const wchar_t* kDesktop = L"Control Panel\\Desktop";
+    bool m_bSet;
+};
+
+// A program of the test's own folder run to its end (at most waitMs): its exit code (0xDEADBEEF
+// when it did not end) and its standard output.
+inline std::pair<DWORD, std::string> RunProgram(const std::wstring& name,
+                                                const std::vector<std::wstring>& args, DWORD waitMs)
+{
+    std::pair<DWORD, std::string> run{0xDEADBEEF, ""};
+    std::wstring line = name;
+    for (const std::wstring& arg : args)
+        line += L" \"" + arg + L"\"";
+    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+    HANDLE hRead = nullptr, hWrite = nullptr;
+    if (!CreatePipe(&hRead, &hWrite, &sa, 0))
+        return run;
+    SetHandleInformation(hRead, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdOutput = hWrite;
+    si.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    PROCESS_INFORMATION pi = {};
+    const std::wstring exe = ModuleFolder() + name;
+    const BOOL bStarted =
+        CreateProcessW(exe.c_str(), &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
+    CloseHandle(hWrite);
+    if (bStarted)
+    {
+        char buf[4096];
+        DWORD cb = 0;
+        while (ReadFile(hRead, buf, sizeof buf, &cb, nullptr) && cb != 0)
+            run.second.append(buf, cb);
+        if (WaitForSingleObject(pi.hProcess, waitMs) == WAIT_OBJECT_0)
+            GetExitCodeProcess(pi.hProcess, &run.first);
+        CloseHandle(pi.hProcess);
+        CloseHandle(pi.hThread);
+    }
+    CloseHandle(hRead);
+    return run;
+}
+
 } // namespace kvtest

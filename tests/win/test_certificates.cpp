@@ -168,7 +168,7 @@ TEST(ValidateCert, OnlyAYesWithRememberIsRememberedForTheseVeryBytesAndTheDialog
 {
     Keys keys;
     TestDesktop desktop;
-    const wchar_t* const szDesktop = L"Control Panel\\Desktop";
+    const ScreenDpi screen(96);
     const std::wstring name = L"kvtest server";
     const Bytes first = MakeCertificate(name), second = MakeCertificate(name), none;
     const Bytes old = MakeCertificate(name, 2001, 2002), early = MakeCertificate(name, 2090, 2099);
@@ -185,8 +185,7 @@ TEST(ValidateCert, OnlyAYesWithRememberIsRememberedForTheseVeryBytesAndTheDialog
     // clang-format on
     for (const auto& s : steps)
     {
-        ASSERT_TRUE(keys.Pending(0, s.pending) &&
-                    !RegSetKeyValueW(HKEY_CURRENT_USER, szDesktop, L"LogPixels", REG_DWORD, &s.dwDpi, 4));
+        ASSERT_TRUE(keys.Pending(0, s.pending) && screen.Set(s.dwDpi));
         CertRun run(desktop);
         if (s.answer != Silent)
         {
@@ -218,5 +217,4 @@ TEST(ValidateCert, OnlyAYesWithRememberIsRememberedForTheseVeryBytesAndTheDialog
         EXPECT_TRUE(run.Ended(s.dwExit, s.nResult)) << run.folder.Log();
         EXPECT_EQ(s.stored, keys.Accepted(name.c_str()));
     }
-    RegDeleteKeyValueW(HKEY_CURRENT_USER, szDesktop, L"LogPixels");
 }
