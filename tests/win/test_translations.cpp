@@ -176,7 +176,9 @@ TEST(Translations, EveryDialogShowsItsTextsWholeAndNoControlsOverlapAt96And144Dp
     for (const std::string& column : columns)
         shown += "\t" + column;
     // Row 0: what the probe could not do at all (no library, another DPI).
-    const std::map<std::string, int> whole = table["0"];
+    const auto row0 = table.find("0");
+    const std::map<std::string, int> whole =
+        row0 != table.end() ? row0->second : std::map<std::string, int>();
     for (auto& [dialog, cells] : table)
     {
         shown += "\n" + (dialog == "0" ? "library" : dialog);
