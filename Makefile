@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 # CI builds with warnings as errors.
 export KVNXST_WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: all setup build test bench soak cut cmdstorm fuzz demo msi clean
+.PHONY: all setup build test bench scale soak cut cmdstorm fuzz demo msi clean
 all: build
 
 setup:
@@ -27,6 +27,11 @@ test: build
 
 bench: build
 	@scripts/with-display.sh scripts/run-bench.sh
+
+# 1, 10 and 50 agents side by side against one stand-in service: what each holds and costs when idle.
+scale: build
+	@cd build/win/bin && ../../../scripts/with-display.sh ../../../cmake/wine-run.sh --root=.. \
+	  bench_agent.exe --scale 1,10,50 --idle-seconds 60 --deadline 1200
 
 # 10,000 seeded random records against the built agent; KVNXST_SOAK_SEED replays a run.
 soak: build

@@ -146,7 +146,7 @@ public:
     Listener() : m_sock(socket(AF_INET, SOCK_STREAM, 0))
     {
         int cb = sizeof m_addr;
-        if (bind(m_sock.h, reinterpret_cast<sockaddr*>(&m_addr), cb) != 0 || listen(m_sock.h, 4) != 0 ||
+        if (bind(m_sock.h, reinterpret_cast<sockaddr*>(&m_addr), cb) != 0 || listen(m_sock.h, SOMAXCONN) != 0 ||
             getsockname(m_sock.h, reinterpret_cast<sockaddr*>(&m_addr), &cb) != 0)
             Fail("cannot listen on 127.0.0.1");
     }
@@ -699,6 +699,7 @@ struct Options
     int nIdleSeconds = 10;
     int nDeadlineSeconds = 600;
     std::string logCopy;
+    std::vector<int> scale; // agent counts for --scale; empty: the single-agent table
 };
 
 Options ParseOptions(int argc, char** argv)
@@ -712,6 +713,12 @@ Options ParseOptions(int argc, char** argv)
             o.logCopy = argv[++i];
             continue;
         }
+        if (arg == "--scale" && i + 1 < argc)
+        {
+            for (const char* p = argv[++i]; *p != '\0'; p += *p == ',' ? 1 : 0)
+                o.scale.push_back(static_cast<int>(std::strtol(p, const_cast<char**>(&p), 10)));
+            continue;
+        }
         int* pValue = arg == "--rounds"         ? &o.nRounds
                       : arg == "--cycles"       ? &o.nCycles
                       : arg == "--idle-seconds" ? &o.nIdleSeconds
@@ -719,7 +726,7 @@ Options ParseOptions(int argc, char** argv)
                                                 : nullptr;
         if (pValue == nullptr || i + 1 == argc || (*pValue = std::atoi(argv[++i])) < 1)
             Fail("usage: bench_agent [--rounds N] [--cycles N] [--idle-seconds N] [--deadline S] [--log "
-                 "FILE]");
+                 "FILE] [--scale N,N,...]");
     }
     o.nCycles = std::max(o.nCycles, 11);
     return o;
@@ -812,6 +819,63 @@ private:
     PROCESS_INFORMATION m_pi = {};
 };
 
+// N agents at once, each on a desktop of its own with a folder of its own (so each is told apart under
+// Wine), all linked to this one stand-in service: each one's handshake while the others idle, then
+// what each holds and costs while all idle.
+void RunScale(const Options& opt, Listener& listener)
+{
+    std::printf("\nagents side by side, %d s idle (median / largest of the agents)\n", opt.nIdleSeconds);
+    std::printf("%6s %-20s %-20s %-14s %-14s %-22s %-18s\n", "agents", "handshake ms", "private KB", "handles",
+                "GDI objects", "idle CPU ms per 60 s", "wake-ups per 60 s");
+    for (const int n : opt.scale)
+    {
+        std::vector<std::unique_ptr<AgentFiles>> files;
+        std::vector<std::unique_ptr<Agent>> agents;
+        std::vector<std::unique_ptr<ServiceLink>> links;
+        std::vector<double> handshake, kb, handles, gdi, cpu, wakeups;
+        for (int i = 0; i < n; ++i)
+        {
+            files.push_back(std::make_unique<AgentFiles>());
+            agents.push_back(std::make_unique<Agent>(*files.back(), listener.Port()));
+            links.push_back(std::make_unique<ServiceLink>(listener.Accept()));
+            const auto accepted = Clock::now();
+            if (!links.back()->Valid() || !links.back()->Handshake())
+                Fail("agent " + std::to_string(i + 1) + " of " + std::to_string(n) + " did not link up");
+            handshake.push_back(Ms(Clock::now() - accepted));
+        }
+        // Past the 5-s timer that follows the settings.
+        std::this_thread::sleep_for(std::chrono::seconds(6));
+        std::vector<CpuProbe> probes;
+        std::vector<CpuSample> before;
+        for (const auto& agent : agents)
+        {
+            probes.emplace_back(agent->Pid(), agent->Argv());
+            before.push_back(probes.back().Sample());
+        }
+        const auto start = Clock::now();
+        std::this_thread::sleep_for(std::chrono::seconds(opt.nIdleSeconds));
+        const double per60s = 60000.0 / Ms(Clock::now() - start);
+        for (int i = 0; i < n; ++i)
+        {
+            const CpuSample after = probes[i].Sample();
+            cpu.push_back((after.ms - before[i].ms) * per60s);
+            wakeups.push_back(double(after.nWakeups - before[i].nWakeups) * per60s);
+            const Holdings h = Measure(*agents[i]);
+            kb.push_back(h.cbPrivate / 1024.0);
+            handles.push_back(h.nHandles);
+            gdi.push_back(h.nGdi);
+        }
+        auto cell = [](const std::vector<double>& v, const char* format)
+        { return Fmt(format, Median(v), *std::max_element(v.begin(), v.end())); };
+        std::printf("%6d %-20s %-20s %-14s %-14s %-22s %-18s\n", n, cell(handshake, "%.1f / %.1f").c_str(),
+                    cell(kb, "%.0f / %.0f").c_str(), cell(handles, "%.0f / %.0f").c_str(),
+                    cell(gdi, "%.0f / %.0f").c_str(), cell(cpu, "%.1f / %.1f").c_str(),
+                    cell(wakeups, "%.0f / %.0f").c_str());
+        for (int i = 0; i < n; ++i)
+            agents[i]->Stop(*links[i]);
+    }
+}
+
 // The agent takes the service's "Port" setting over its command line; with one set it would not
 // come to this listener.
 bool ServicePortSet()
@@ -843,8 +907,14 @@ int main(int argc, char** argv)
     setvbuf(stdout, nullptr, _IONBF, 0);
     StartWatchdog(60000 + 1000ULL * opt.nIdleSeconds, 1000ULL * opt.nDeadlineSeconds);
 
-    AgentFiles files;
     Listener listener;
+    if (!opt.scale.empty())
+    {
+        RunScale(opt, listener);
+        WSACleanup();
+        return 0;
+    }
+    AgentFiles files;
 
     // 1. Handshakes: a fresh agent per round, then the raw peer, taking turns to lead. The last
     // agent stays connected for the rest.
