@@ -71,8 +71,8 @@ std::wstring Cut(HWND hControl, const std::wstring& kind, DWORD style, const std
         flags |= style & BS_MULTILINE ? DT_WORDBREAK : DT_SINGLELINE;
         if (type == BS_GROUPBOX) // the frame's ends on either side of the caption
             cx -= MulDiv(14, dpi, 96), cy = MAXLONG;
-        else if (type == BS_CHECKBOX || type == BS_AUTOCHECKBOX || type == BS_3STATE || type == BS_AUTO3STATE ||
-                 type == BS_RADIOBUTTON || type == BS_AUTORADIOBUTTON)
+        else if (type == BS_CHECKBOX || type == BS_AUTOCHECKBOX || type == BS_3STATE ||
+                 type == BS_AUTO3STATE || type == BS_RADIOBUTTON || type == BS_AUTORADIOBUTTON)
             cx -= MulDiv(16, dpi, 96); // the box and the gap after it
         else                           // the button's edges and the focus rectangle
             cx -= MulDiv(6, dpi, 96), cy -= MulDiv(4, dpi, 96);
@@ -80,8 +80,9 @@ std::wstring Cut(HWND hControl, const std::wstring& kind, DWORD style, const std
     else if (kind == L"link")
         flags |= DT_WORDBREAK | DT_NOPREFIX;
     else
-        flags |= (style & SS_NOPREFIX ? DT_NOPREFIX : 0) |
-                 ((style & SS_CENTERIMAGE) || (style & SS_TYPEMASK) >= SS_SIMPLE ? DT_SINGLELINE : DT_WORDBREAK);
+        flags |=
+            (style & SS_NOPREFIX ? DT_NOPREFIX : 0) |
+            ((style & SS_CENTERIMAGE) || (style & SS_TYPEMASK) >= SS_SIMPLE ? DT_SINGLELINE : DT_WORDBREAK);
     HDC hdc = GetDC(hControl);
     HGDIOBJ hOld = SelectObject(hdc, reinterpret_cast<HFONT>(SendMessageW(hControl, WM_GETFONT, 0, 0)));
     RECT need = {0, 0, cx, 0};
@@ -135,7 +136,8 @@ std::vector<std::wstring> Check(HWND hDlg, UINT dpi)
             // A group box may hold what lies wholly inside it.
             const Shown* group = s.bGroup ? &s : other.bGroup ? &other : nullptr;
             const Shown* held = group == &s ? &other : &s;
-            if (group == nullptr || !UnionRect(&joint, &group->rc, &held->rc) || !EqualRect(&joint, &group->rc))
+            if (group == nullptr || !UnionRect(&joint, &group->rc, &held->rc) ||
+                !EqualRect(&joint, &group->rc))
                 problems.push_back(s.name + L" overlaps " + other.name);
         }
         shown.push_back(s);
@@ -147,7 +149,8 @@ std::vector<std::wstring> Check(HWND hDlg, UINT dpi)
 
 int wmain(int argc, wchar_t** argv)
 {
-    INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_STANDARD_CLASSES | ICC_LINK_CLASS | ICC_PROGRESS_CLASS};
+    INITCOMMONCONTROLSEX controls = {sizeof controls,
+                                     ICC_STANDARD_CLASSES | ICC_LINK_CLASS | ICC_PROGRESS_CLASS};
     InitCommonControlsEx(&controls);
     const UINT dpi = argc > 1 ? static_cast<UINT>(_wtoi(argv[1])) : 0;
     std::vector<std::pair<std::wstring, HMODULE>> libraries;
@@ -158,8 +161,12 @@ int wmain(int argc, wchar_t** argv)
         HMODULE hModule = LoadLibraryExW(arg.substr(code.size() + 1).c_str(), nullptr,
                                          LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
         if (hModule == nullptr)
-            Print(code, 0, L"no library " + arg.substr(code.size() + 1) + L" (error " +
-                               std::to_wstring(GetLastError()) + L")");
+        {
+            Print(code, 0,
+                  L"no library " + arg.substr(code.size() + 1) + L" (error " +
+                      std::to_wstring(GetLastError()) + L")");
+            continue;
+        }
         for (UINT id : kvui::ResourceIds(hModule, RT_DIALOG))
             dialogs.insert(id);
         libraries.emplace_back(code, hModule);
@@ -168,12 +175,11 @@ int wmain(int argc, wchar_t** argv)
     const UINT screen = static_cast<UINT>(GetDeviceCaps(hdc, LOGPIXELSY));
     ReleaseDC(nullptr, hdc);
     if (screen != dpi)
-        Print(L"all", 0, L"the screen is at " + std::to_wstring(screen) + L" DPI, not " + std::to_wstring(dpi));
+        Print(L"all", 0,
+              L"the screen is at " + std::to_wstring(screen) + L" DPI, not " + std::to_wstring(dpi));
     for (const auto& [code, hModule] : libraries)
         for (UINT id : dialogs)
         {
-            if (hModule == nullptr)
-                continue;
             if (FindResourceW(hModule, MAKEINTRESOURCEW(id), RT_DIALOG) == nullptr)
             {
                 Print(code, id, L"missing");

@@ -19,8 +19,9 @@ std::wstring LibraryPath(const std::wstring& code)
 
 std::string TypeName(UINT type)
 {
-    const std::map<UINT, std::string> names = {{2, "bitmap"}, {3, "icon image"}, {4, "menu"}, {5, "dialog"},
-                                               {14, "icon"},  {16, "version"},   {24, "manifest"}};
+    const std::map<UINT, std::string> names = {{2, "bitmap"},   {3, "icon image"}, {4, "menu"},
+                                               {5, "dialog"},   {14, "icon"},      {16, "version"},
+                                               {24, "manifest"}};
     return names.count(type) ? names.at(type) : "resource type " + std::to_string(type);
 }
 
@@ -90,7 +91,10 @@ bool Read(const std::wstring& code, Places& places, std::vector<std::string>& pr
             const kvui::MenuEntry& e = entries[i];
             const std::string place = m + " item " + (i < 9 ? " " : "") + std::to_string(i + 1);
             const std::string under = " under item " + std::to_string(e.parent + 1);
-            places[place] = {(e.popup ? "popup" : e.id ? "command " + std::to_string(e.id) : "separator") + under,
+            places[place] = {(e.popup ? "popup"
+                              : e.id  ? "command " + std::to_string(e.id)
+                                      : "separator") +
+                                 under,
                              e.text};
             key(m + under, place, e.text);
         }
@@ -132,8 +136,9 @@ TEST(Translations, EachLanguageHoldsEnglishsIdsControlsAndPlaceholdersWithDistin
             else if (found->second.kind != entry.kind)
                 problems.push_back(lang + place + " is " + found->second.kind + ", in English " + entry.kind);
             else if (kvui::Conversions(found->second.text) != kvui::Conversions(entry.text))
-                problems.push_back(lang + place + " has placeholders \"" + kvui::Conversions(found->second.text) +
-                                   "\", in English \"" + kvui::Conversions(entry.text) + "\"");
+                problems.push_back(lang + place + " has placeholders \"" +
+                                   kvui::Conversions(found->second.text) + "\", in English \"" +
+                                   kvui::Conversions(entry.text) + "\"");
         }
         for (const auto& [place, entry] : other)
             if (!english.count(place))
@@ -186,7 +191,9 @@ TEST(Translations, EveryDialogShowsItsTextsWholeAndNoControlsOverlapAt96And144Dp
         {
             if (!cells.count(column) && dialog != "0" && !whole.count(column))
                 failures.push_back(column + " DPI, dialog " + dialog + ": not checked");
-            shown += "\t" + (!cells.count(column) ? std::string("-") : cells[column] ? std::to_string(cells[column]) + " bad" : "ok");
+            shown += "\t" + (!cells.count(column) ? std::string("-")
+                             : cells[column]      ? std::to_string(cells[column]) + " bad"
+                                                  : "ok");
         }
     }
     std::cout << shown << "\n";

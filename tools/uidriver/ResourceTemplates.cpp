@@ -62,7 +62,8 @@ struct Reader
 BOOL CALLBACK AddName(HMODULE, LPCWSTR, LPWSTR name, LONG_PTR list)
 {
     if (IS_INTRESOURCE(name))
-        reinterpret_cast<std::vector<UINT>*>(list)->push_back(static_cast<UINT>(reinterpret_cast<ULONG_PTR>(name)));
+        reinterpret_cast<std::vector<UINT>*>(list)->push_back(
+            static_cast<UINT>(reinterpret_cast<ULONG_PTR>(name)));
     return TRUE;
 }
 
@@ -108,7 +109,8 @@ std::map<UINT, std::wstring> StringTable(HMODULE hModule)
 
 bool ReadDialog(HMODULE hModule, UINT id, DialogTemplate& dialog)
 {
-    static const wchar_t* const kClasses[] = {L"Button", L"Edit", L"Static", L"ListBox", L"ScrollBar", L"ComboBox"};
+    static const wchar_t* const kClasses[] = {L"Button",  L"Edit",      L"Static",
+                                              L"ListBox", L"ScrollBar", L"ComboBox"};
     Reader r{Find(hModule, RT_DIALOG, id)};
     const BYTE* base = r.b.p;
     if (r.Take<WORD>() != 1 || r.Take<WORD>() != 0xFFFF) // DLGTEMPLATEEX only
@@ -118,8 +120,8 @@ bool ReadDialog(HMODULE hModule, UINT id, DialogTemplate& dialog)
     const DWORD style = r.Take<DWORD>();
     const WORD count = r.Take<WORD>();
     r.b.p += 4 * sizeof(short); // position and size
-    r.NameOrOrdinal();           // menu
-    r.NameOrOrdinal();           // class
+    r.NameOrOrdinal();          // menu
+    r.NameOrOrdinal();          // class
     dialog.caption = r.Text();
     if (style & (DS_SETFONT | DS_SHELLFONT))
     {
@@ -137,7 +139,8 @@ bool ReadDialog(HMODULE hModule, UINT id, DialogTemplate& dialog)
         r.b.p += 4 * sizeof(short);
         control.id = r.Take<DWORD>();
         control.windowClass = r.NameOrOrdinal();
-        if (control.windowClass.size() == 4 && control.windowClass >= L"#128" && control.windowClass <= L"#133")
+        if (control.windowClass.size() == 4 && control.windowClass >= L"#128" &&
+            control.windowClass <= L"#133")
             control.windowClass = kClasses[std::stoi(control.windowClass.substr(1)) - 128];
         const bool bResource = r.AtOrdinal();
         control.text = r.NameOrOrdinal();
@@ -187,7 +190,8 @@ std::string Conversions(const std::wstring& text)
 
 wchar_t Mnemonic(const std::wstring& text)
 {
-    for (size_t i = text.find(L'&'); i != std::wstring::npos && i + 1 < text.size(); i = text.find(L'&', i + 2))
+    for (size_t i = text.find(L'&'); i != std::wstring::npos && i + 1 < text.size();
+         i = text.find(L'&', i + 2))
         if (text[i + 1] != L'&')
             return static_cast<wchar_t>(reinterpret_cast<ULONG_PTR>(
                 CharUpperW(reinterpret_cast<LPWSTR>(static_cast<ULONG_PTR>(text[i + 1])))));
