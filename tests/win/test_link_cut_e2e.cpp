@@ -47,22 +47,27 @@ std::vector<std::string> CutAt(std::size_t offset, const DesktopEffect& effect, 
         return {"no start"};
     std::string folder = Narrow(r.folder.Path());
     std::replace(folder.begin(), folder.end(), '\\', '/');
-    for (const kvsim::CutPiece& p : kvsim::CutStream(folder))
+    const std::vector<kvsim::CutPiece> stream = kvsim::CutStream(folder);
+    for (const kvsim::CutPiece& p : stream)
         if (!p.line.empty())
             r.sim.Play({p.line});
     const DWORD dwCode = r.agent.Wait(kE2eWait);
     r.sim.Finish();
     const std::vector<std::string> lines = r.LogLines();
+    // What a record delivered whole must have done, and undone by the end.
+    auto whole = [&](const char* szName) { return offset >= kvsim::CutPieceEnd(stream, szName); };
     const std::size_t opened = CountContaining(lines, "Drop window for viewer 7 at position");
     const std::vector<std::string> row = {
         dwCode == 0 ? "ok" : "FAIL " + std::to_string(static_cast<int>(dwCode)),
         Check(true, !r.shell.Read().bHeld),
-        Check(CountMessage(lines, "INFO", "DesktopOptions",
-                           "m_nDesktopResets=" + std::to_string(1 | effect.nBit)),
-              Get(effect) != 0 && !NotePresent()),
-        Check(CountContaining(lines, "Create: ") != 0,
-              Gone(r.folder.Path() + L"cut.ini") && Gone(r.folder.Path() + L"cut.dat")),
-        Check(opened != 0, opened == CountContaining(lines, "Drop window for viewer 7 closed.")),
+        Check(whole("init"), CountMessage(lines, "INFO", "DesktopOptions",
+                                          "m_nDesktopResets=" + std::to_string(1 | effect.nBit)) != 0 &&
+                                 Get(effect) != 0 && !NotePresent()),
+        Check(whole("sft-init"), CountContaining(lines, "Create: ") == 2 &&
+                                     Gone(r.folder.Path() + L"cut.ini") &&
+                                     Gone(r.folder.Path() + L"cut.dat")),
+        Check(whole("sft-drop"),
+              opened == 1 && CountContaining(lines, "Drop window for viewer 7 closed.") == 1),
         Check(true, kvui::ChildProcesses(r.agent.Id()).empty()),
         Check(true, CountMessage(lines, "INFO", "ConnectionInfo",
                                  "The connection to the service ended; closing the tray window.") == 1)};

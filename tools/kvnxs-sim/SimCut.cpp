@@ -49,6 +49,18 @@ std::vector<std::size_t> CutPoints(const std::vector<CutPiece>& stream)
     return {points.begin(), points.end()};
 }
 
+std::size_t CutPieceEnd(const std::vector<CutPiece>& stream, const std::string& name)
+{
+    std::size_t end = 0;
+    for (const CutPiece& p : stream)
+    {
+        end += p.size;
+        if (name == p.name)
+            break;
+    }
+    return end;
+}
+
 std::string CutWhere(const std::vector<CutPiece>& stream, std::size_t offset)
 {
     std::size_t start = 0;

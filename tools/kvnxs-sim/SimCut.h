@@ -25,6 +25,9 @@ std::vector<CutPiece> CutStream(const std::string& folder);
 // over each record in proportion to its size: 220 in all.
 std::vector<std::size_t> CutPoints(const std::vector<CutPiece>& stream);
 
+// The offset just past the named record: a cut there or later has delivered it whole.
+std::size_t CutPieceEnd(const std::vector<CutPiece>& stream, const std::string& name);
+
 // "record+offset within it" for a cut point.
 std::string CutWhere(const std::vector<CutPiece>& stream, std::size_t offset);
 

@@ -22,6 +22,7 @@ constexpr std::size_t kReceiveBytes = 65536;
 // A soak record whose echo takes longer has hung the agent; pop-ups on a loaded machine do not.
 constexpr unsigned kSoakAnswerMs = 15000;
 constexpr unsigned kAgentSendTimeoutMs = 10000;
+constexpr unsigned kCutDrainMs = 30000;
 
 } // namespace
 
@@ -109,9 +110,11 @@ void Server::Flush()
     m_nSent += size;
     if (bCut)
     {
+        // An end, not a reset: closing with the agent's answers unread would reset the link, and
+        // the agent would lose bytes it had not read yet. What it still sends is drained in Run.
         m_reporter.Note("link cut after byte " + std::to_string(m_nSent));
         m_bCut = true;
-        m_agent.Close();
+        ShutdownSend(m_agent);
         m_engine.OnServiceClosed();
     }
     if (bSent)
@@ -445,6 +448,17 @@ bool Server::RunSoak(const Command& cmd, const std::string& where)
     return true;
 }
 
+// After a cut: reads and drops what the agent sends until it closes its end, at most kCutDrainMs.
+void Server::DrainAgent()
+{
+    std::vector<std::uint8_t> buf(kReceiveBytes);
+    std::vector<bool> ready;
+    for (const Clock::time_point end = Clock::now() + std::chrono::milliseconds(kCutDrainMs);
+         m_agent.Valid() && !m_bStop && Clock::now() < end;)
+        if (WaitReadable({m_agent.Get()}, kSliceMs, ready) && RecvSome(m_agent, buf.data(), buf.size()) <= 0)
+            m_agent.Close();
+}
+
 int Server::Run(LineQueue& script)
 {
     m_reporter.Note("waiting for the agent on TCP port " + std::to_string(m_tcpPort) +
@@ -460,6 +474,8 @@ int Server::Run(LineQueue& script)
     {
         if (!m_bStop && !m_engine.AgentClosed())
             m_reporter.Error(std::string("handshake stalled: ") + Engine::StageName(m_engine.GetStage()));
+        if (m_bCut)
+            DrainAgent();
         return m_reporter.ErrorCount() == 0 ? 0 : 1;
     }
 
@@ -487,6 +503,8 @@ int Server::Run(LineQueue& script)
     }
     if (m_options.stay && !m_bStop)
         Pump(Until::Closed, 0);
+    if (m_bCut)
+        DrainAgent();
     return m_reporter.ErrorCount() == 0 ? 0 : 1;
 }
 

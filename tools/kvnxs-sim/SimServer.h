@@ -91,6 +91,7 @@ private:
     void ServeDatagram(Socket& s, bool permission);
     bool RunCommand(const Command& cmd);
     bool RunSoak(const Command& cmd, const std::string& where);
+    void DrainAgent();
 
     ServerOptions m_options;
     Reporter m_reporter;

@@ -282,6 +282,15 @@ void SetSendTimeout(const Socket& s, unsigned ms)
     SetTimeout(s, SO_SNDTIMEO, ms);
 }
 
+void ShutdownSend(const Socket& s)
+{
+#if defined(_WIN32)
+    shutdown(s.Get(), SD_SEND);
+#else
+    shutdown(s.Get(), SHUT_WR);
+#endif
+}
+
 bool WaitReadable(const std::vector<SocketHandle>& sockets, unsigned timeoutMs, std::vector<bool>& ready)
 {
     ready.assign(sockets.size(), false);

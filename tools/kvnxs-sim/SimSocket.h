@@ -77,6 +77,8 @@ long RecvFrom(const Socket& s, std::uint8_t* buf, std::size_t size, PeerAddress&
 bool SendTo(const Socket& s, const std::uint8_t* data, std::size_t size, const PeerAddress& to);
 void SetReceiveTimeout(const Socket& s, unsigned ms);
 void SetSendTimeout(const Socket& s, unsigned ms);
+// Ends the sending direction (the peer reads what was sent, then the end); receiving goes on.
+void ShutdownSend(const Socket& s);
 
 // Waits until one of the sockets is readable; ready[i] tells which. Returns false on a timeout
 // or an error.
