@@ -7,7 +7,8 @@
 #   viewers; both leave; a third viewer asks for permission and the user allows; that viewer writes
 #   in the chat and the user answers; the viewer offers a drop window and the user drags a file onto
 #   it; the user connects out to a waiting viewer through the connect and connecting dialogs; the
-#   user creates an invitation and copies it; the service asks the agent to exit.
+#   user creates an invitation and copies it; a remote computer's certificate is shown and the user
+#   accepts and remembers it; the service asks the agent to exit.
 # Run inside scripts/with-display.sh (make demo does). Ends with the agent's and the simulator's
 # exit codes (-56: ended at the service's request).
 #   KVNXST_DEMO_KEEP=1  after the script the session stays up until the agent is ended from its menu
@@ -177,6 +178,27 @@ if wait_trace "-- handshake complete"; then
     echo "demo: the invitation dialog did not open" >&2
     status=1
   fi
+  # A remote computer's certificate waits in the user's registry (another component puts it there):
+  # the agent's certificate mode shows it, the user accepts and remembers it, and a second run
+  # accepts it without a window.
+  crts='HKCU\Software\Kestrova Development\Vexa Remote Control\Crts'
+  wine reg add "$crts" /v "a c" /t REG_BINARY /f \
+    /d "$(od -An -v -tx1 "$repo/scripts/demo-certificate.der" | tr -d ' \n')" >/dev/null 2>&1
+  (cd "$bin" && exec wine KVNXST.exe -ValidateCert </dev/null) &
+  cert_pid=$!
+  cert=$(ui find --title "Certificate check" --shown --wait 15000)
+  if [ -n "$cert" ] && ui click "$cert" 1041; then
+    shot 13-certificate
+    ui click "$cert" 6
+    wait "$cert_pid"
+    accepted=$?
+    (cd "$bin" && wine KVNXST.exe -ValidateCert </dev/null)
+    echo "demo: certificate accepted (exit code $accepted), the next run accepts it at once (exit code $?)"
+  else
+    echo "demo: the certificate dialog did not open" >&2
+    status=1
+  fi
+  wine reg delete "$crts" /f >/dev/null 2>&1
   if [ "$keep" = 1 ]; then
     echo "demo: the session stays up; end it with the tray menu's Exit"
   else
