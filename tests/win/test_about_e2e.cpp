@@ -38,7 +38,7 @@ std::wstring ItemText(HWND hDlg, int nId)
 // standard output.
 std::pair<DWORD, std::string> Driver(const std::vector<std::wstring>& args)
 {
-    return RunProgram(L"uidriver.exe", args, kE2eWait);
+    return kvui::RunProgram(ModuleFolder() + L"uidriver.exe", args, kE2eWait);
 }
 
 std::wstring Hex(HWND hWnd)

@@ -168,7 +168,7 @@ TEST(ValidateCert, OnlyAYesWithRememberIsRememberedForTheseVeryBytesAndTheDialog
 {
     Keys keys;
     TestDesktop desktop;
-    const ScreenDpi screen(96);
+    const kvui::ScreenDpi screen(96);
     const std::wstring name = L"kvtest server";
     const Bytes first = MakeCertificate(name), second = MakeCertificate(name), none;
     const Bytes old = MakeCertificate(name, 2001, 2002), early = MakeCertificate(name, 2090, 2099);

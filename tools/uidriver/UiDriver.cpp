@@ -634,4 +634,40 @@ std::vector<DWORD> ChildProcesses(DWORD dwParent)
     return children;
 }
 
+std::pair<DWORD, std::string> RunProgram(const std::wstring& exe, const std::vector<std::wstring>& args,
+                                         DWORD waitMs)
+{
+    std::pair<DWORD, std::string> run{0xDEADBEEF, ""};
+    std::wstring line = L"\"" + exe + L"\"";
+    for (const std::wstring& arg : args)
+        line += L" \"" + arg + L"\"";
+    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+    HANDLE hRead = nullptr, hWrite = nullptr;
+    if (!CreatePipe(&hRead, &hWrite, &sa, 0))
+        return run;
+    SetHandleInformation(hRead, HANDLE_FLAG_INHERIT, 0);
+    STARTUPINFOW si = {};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdOutput = hWrite;
+    si.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    PROCESS_INFORMATION pi = {};
+    const BOOL bStarted =
+        CreateProcessW(exe.c_str(), &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
+    CloseHandle(hWrite);
+    if (bStarted)
+    {
+        char buf[4096];
+        DWORD cb = 0;
+        while (ReadFile(hRead, buf, sizeof buf, &cb, nullptr) && cb != 0)
+            run.second.append(buf, cb);
+        if (WaitForSingleObject(pi.hProcess, waitMs) == WAIT_OBJECT_0)
+            GetExitCodeProcess(pi.hProcess, &run.first);
+        CloseHandle(pi.hProcess);
+        CloseHandle(pi.hThread);
+    }
+    CloseHandle(hRead);
+    return run;
+}
+
 } // namespace kvui

@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvui
@@ -71,6 +72,29 @@ bool CloseWindow(HWND hWnd);
 
 // The processes still running that this one started.
 std::vector<DWORD> ChildProcesses(DWORD dwParent);
+// A program run to its end (at most waitMs): its exit code (0xDEADBEEF when it did not end) and its
+// standard output.
+std::pair<DWORD, std::string> RunProgram(const std::wstring& exe, const std::vector<std::wstring>& args,
+                                         DWORD waitMs);
+
+// The screen's logical DPI for the processes started meanwhile (each reads it once as it starts),
+// back to the default when the object goes.
+class ScreenDpi
+{
+public:
+    explicit ScreenDpi(DWORD dwDpi) { Set(dwDpi); }
+    ~ScreenDpi() { RegDeleteKeyValueW(HKEY_CURRENT_USER, kDesktop, L"LogPixels"); }
+    ScreenDpi(const ScreenDpi&) = delete;
+    ScreenDpi& operator=(const ScreenDpi&) = delete;
+
+    bool Set(DWORD dwDpi) const
+    {
+        return !RegSetKeyValueW(HKEY_CURRENT_USER, kDesktop, L"LogPixels", REG_DWORD, &dwDpi, sizeof dwDpi);
+    }
+
+private:
+    static constexpr const wchar_t* kDesktop = L"Control Panel\\Desktop";
+};
 
 // A tray icon, reached through the window that owns it.
 struct TrayIcon
