@@ -119,8 +119,25 @@ TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
         EXPECT_EQ(1u, run.Count(loaded + "KVNXSTRES.dll")) << run.log;
         EXPECT_EQ(1u, run.Count("|Resource library ")) << run.log;
     }
-    // A translation that is no library, or one that lacks texts (the agent's own module): English.
-    ASSERT_TRUE(language.SetText(L"fr"));
+    // No library at all: the agent's own module serves, and it runs on.
+    language.Remove();
+    ASSERT_TRUE(DeleteFileW((agent.Path() + L"KVNXSTRES.dll").c_str()));
+    const AgentRun run = agent.Run(L"-onetimesession 6200");
+    EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST",
+                               "No resource library; the agent's own resources apply"));
+    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode);
+}
+
+// A translation that is no library, or one that lacks texts (the agent's own module): English.
+TEST(AgentCommandLine, ABrokenOrIncompleteTranslationLeavesTheEnglishLibrary)
+{
+    AgentFolder agent;
+    ASSERT_TRUE(agent.Ready());
+    for (const wchar_t* szFolder : {L"Localization", L"Localization\\fr"})
+        ASSERT_TRUE(CreateDirectoryW((agent.Path() + szFolder).c_str(), nullptr));
+    const std::string loaded = "|Resource library " + Narrow(agent.Path());
+    ScopedSetting language(HKEY_CURRENT_USER, L"LangUI");
+    ASSERT_TRUE(language.Opened() && language.SetText(L"fr"));
     WriteTextFile(agent.Path() + L"Localization\\fr\\KVNXSTRES.dll", std::string(4096, 'M'));
     AgentRun run = agent.Run(L"-onetimesession 6200");
     EXPECT_EQ(1u, run.Count("|The resource library " + Narrow(agent.Path()) +
@@ -131,13 +148,6 @@ TEST(AgentCommandLine, ResourceLibraryFollowsTheStoredLanguage)
     run = agent.Run(L"-onetimesession 6200");
     EXPECT_EQ(1u, run.Count("KVNXSTRES.dll lacks string ")) << run.log;
     EXPECT_EQ(1u, run.Count(loaded + "KVNXSTRES.dll")) << run.log;
-    // No library at all: the agent's own module serves, and it runs on.
-    language.Remove();
-    ASSERT_TRUE(DeleteFileW((agent.Path() + L"KVNXSTRES.dll").c_str()));
-    run = agent.Run(L"-onetimesession 6200");
-    EXPECT_EQ(1u, CountMessage(run.lines, "INFO", "KVNXST",
-                               "No resource library; the agent's own resources apply"));
-    EXPECT_EQ(Code(kTrayAgentClosed), run.dwExitCode);
 }
 
 // The settings modes beside the stand-in settings library, which records its calls in a file named by
