@@ -13,6 +13,7 @@
 //   usage: bench_agent [--rounds N] [--cycles N] [--idle-seconds N] [--deadline S] [--log FILE]
 //          (5, 1000, 10, 600); --log keeps a copy of the agents' log.
 #include "bench_median.h"
+#include "bench_summary.h"
 #include "bench_wine.h"
 #include "KvServiceMessages.h"
 #include "fake_shell_desktop.h"
@@ -606,20 +607,25 @@ int ThreadCount(DWORD dwPid)
     return n;
 }
 
+void MeasureMemory(HANDLE hProcess, Holdings& out)
+{
+    PROCESS_MEMORY_COUNTERS_EX pmc = {};
+    pmc.cb = sizeof pmc;
+    if (K32GetProcessMemoryInfo(hProcess, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&pmc), sizeof pmc))
+    {
+        out.bAnonymous = pmc.PrivateUsage == 0;
+        out.cbPrivate = out.bAnonymous ? pmc.PagefileUsage : pmc.PrivateUsage;
+        out.bMemory = out.cbPrivate != 0;
+    }
+}
+
 Holdings Measure(const Agent& agent)
 {
     Holdings out;
     HANDLE h = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, agent.Pid());
     if (h == nullptr)
         return out;
-    PROCESS_MEMORY_COUNTERS_EX pmc = {};
-    pmc.cb = sizeof pmc;
-    if (K32GetProcessMemoryInfo(h, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&pmc), sizeof pmc))
-    {
-        out.bAnonymous = pmc.PrivateUsage == 0;
-        out.cbPrivate = out.bAnonymous ? pmc.PagefileUsage : pmc.PrivateUsage;
-        out.bMemory = out.cbPrivate != 0;
-    }
+    MeasureMemory(h, out);
     out.nGdi = GetGuiResources(h, GR_GDIOBJECTS);
     out.nUser = GetGuiResources(h, GR_USEROBJECTS);
     out.bGui = out.nGdi != 0 || out.nUser != 0; // a live GUI process always holds some
@@ -825,14 +831,28 @@ private:
 void RunScale(const Options& opt, Listener& listener)
 {
     std::printf("\nagents side by side, %d s idle (median / largest of the agents)\n", opt.nIdleSeconds);
-    std::printf("%6s %-20s %-20s %-14s %-14s %-22s %-18s\n", "agents", "handshake ms", "private KB", "handles",
-                "GDI objects", "idle CPU ms per 60 s", "wake-ups per 60 s");
+    const char* const kFormat = "%6s %-16s %-16s %-9s %-10s %-12s %-22s %-18s\n";
+    std::printf(kFormat, "agents", "handshake ms", "private KB", "threads", "handles", "GDI objects",
+                "idle CPU ms per 60 s", "wake-ups per 60 s");
+    {
+        // What any program with one window holds here, for comparison.
+        IdleBaseline bare;
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        Holdings h;
+        if (HANDLE hBare = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, bare.Pid()))
+        {
+            MeasureMemory(hBare, h);
+            CloseHandle(hBare);
+        }
+        std::printf(kFormat, "bare", "-", Fmt("%.0f", h.cbPrivate / 1024.0).c_str(),
+                    Fmt("%.0f", ThreadCount(bare.Pid())).c_str(), "-", "-", "-", "-");
+    }
     for (const int n : opt.scale)
     {
         std::vector<std::unique_ptr<AgentFiles>> files;
         std::vector<std::unique_ptr<Agent>> agents;
         std::vector<std::unique_ptr<ServiceLink>> links;
-        std::vector<double> handshake, kb, handles, gdi, cpu, wakeups;
+        std::vector<double> handshake, kb, threads, handles, gdi, cpu, wakeups;
         for (int i = 0; i < n; ++i)
         {
             files.push_back(std::make_unique<AgentFiles>());
@@ -862,15 +882,16 @@ void RunScale(const Options& opt, Listener& listener)
             wakeups.push_back(double(after.nWakeups - before[i].nWakeups) * per60s);
             const Holdings h = Measure(*agents[i]);
             kb.push_back(h.cbPrivate / 1024.0);
+            threads.push_back(h.nThreads);
             handles.push_back(h.nHandles);
             gdi.push_back(h.nGdi);
         }
         auto cell = [](const std::vector<double>& v, const char* format)
         { return Fmt(format, Median(v), *std::max_element(v.begin(), v.end())); };
-        std::printf("%6d %-20s %-20s %-14s %-14s %-22s %-18s\n", n, cell(handshake, "%.1f / %.1f").c_str(),
-                    cell(kb, "%.0f / %.0f").c_str(), cell(handles, "%.0f / %.0f").c_str(),
-                    cell(gdi, "%.0f / %.0f").c_str(), cell(cpu, "%.1f / %.1f").c_str(),
-                    cell(wakeups, "%.0f / %.0f").c_str());
+        std::printf(kFormat, std::to_string(n).c_str(), cell(handshake, "%.1f / %.1f").c_str(),
+                    cell(kb, "%.0f / %.0f").c_str(), cell(threads, "%.0f / %.0f").c_str(),
+                    cell(handles, "%.0f / %.0f").c_str(), cell(gdi, "%.0f / %.0f").c_str(),
+                    cell(cpu, "%.1f / %.1f").c_str(), cell(wakeups, "%.0f / %.0f").c_str());
         for (int i = 0; i < n; ++i)
             agents[i]->Stop(*links[i]);
     }
@@ -1078,6 +1099,11 @@ int main(int argc, char** argv)
         Fmt("%.1fx the raw peer (%.2f ms)", Median(handshake) / Median(handshakeRaw), Median(handshakeRaw)));
     Row("100000 echoes, agent", Fmt("%.0f records/s", Median(perSec)),
         Fmt("%.2f of the raw peer (%.0f/s)", Median(ratio), Median(perSecRaw)));
+    SummaryRow("agent: process start -> its connect", Median(startToAccept), "bare process that connects",
+               Median(startToAcceptBare), "ms");
+    SummaryRow("agent: handshake, accept -> 50000", Median(handshake), "raw peer's handshake",
+               Median(handshakeRaw), "ms");
+    SummaryRow("agent: echo of records", Median(perSec), "raw peer's echo", Median(perSecRaw), "/s");
     Row("agent CPU / log written per echo", Fmt("%.0f us / %.0f bytes", cpuUsPerEcho, cbLogPerEcho),
         echoCpuAfter.nWakeups >= 0 ? Fmt("%.1f wake-ups per echo", wakeupsPerEcho) : std::string());
     const double idleMs = idleAfter.ms - idleBefore.ms;
@@ -1087,8 +1113,12 @@ int main(int argc, char** argv)
         baselineMs > 0
             ? Fmt("%.1fx a bare window process (%.2f ms)", idleMs / baselineMs, baselineMs * per10s)
             : Fmt("a bare window process: %.2f ms", baselineMs * per10s));
+    SummaryRow("agent: idle CPU, connected, per 10 s", idleMs * per10s, "bare window process",
+               baselineMs * per10s, "ms");
     if (idleAfter.nWakeups >= 0)
     {
+        SummaryRow("agent: idle wake-ups, per 10 s", (idleAfter.nWakeups - idleBefore.nWakeups) * per10s,
+                   "bare window process", (baselineAfter.nWakeups - baselineBefore.nWakeups) * per10s, "");
         Row("idle wake-ups, per 10 s", Fmt("%.0f", (idleAfter.nWakeups - idleBefore.nWakeups) * per10s),
             Fmt("bare window process: %.0f", (baselineAfter.nWakeups - baselineBefore.nWakeups) * per10s));
         // By thread, main first and then in the order they were made.

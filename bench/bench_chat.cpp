@@ -12,6 +12,7 @@
 //   usage: bench_chat [--messages N] [--rounds N] [--deadline S]   (10000, 50, 300)
 #include "KVNXChat.h"
 #include "bench_median.h"
+#include "bench_summary.h"
 #include "bench_wine.h"
 #include "test_logging_support.h"
 
@@ -474,6 +475,12 @@ int main(int argc, char** argv)
     Row("what", "figure", "ratio");
     Row("messages into the chat window", Fmt("%.0f messages/s", opt.nMessages / msChat * 1000),
         Fmt("%.2f of a plain list box (%.0f/s)", msList / msChat, opt.nMessages / msList * 1000));
+    SummaryRow("chat: messages into the window", opt.nMessages / msChat * 1000, "plain list box",
+               opt.nMessages / msList * 1000, "/s");
+    SummaryRow("chat: typing round after all messages", many.typing.medianMs, "window with 10 messages",
+               few.typing.medianMs, "ms");
+    SummaryRow("chat: scroll round after all messages", many.scroll.medianMs, "window with 10 messages",
+               few.scroll.medianMs, "ms");
     Row(afterAll.bAnonymous ? "anonymous resident KB, before / 10 / all" : "private KB, before / 10 / all",
         Fmt("%.0f / %.0f / %.0f", before.cbPrivate / 1024.0, after10.cbPrivate / 1024.0,
             afterAll.cbPrivate / 1024.0),

@@ -1,6 +1,7 @@
 // What a KvLogBlock costs with TRACE off, next to the bare level test it is meant to amount to:
 // both in turns of a batch, medians over the turns and their ratio side by side.
 #include "bench_median.h"
+#include "bench_summary.h"
 #include "KvLogging.h"
 
 #include <benchmark/benchmark.h>
@@ -29,6 +30,7 @@ template <typename F> double BatchNs(F f)
 // isTraceEnabledFor is the test a block makes.
 template <typename Char> void BlockNextToLevelTest(benchmark::State& state, const Char* name)
 {
+    const char* szKind = sizeof(Char) == 1 ? "narrow" : "wide";
     std::vector<double> block, bare, ratio;
     for (auto _ : state)
     {
@@ -44,6 +46,8 @@ template <typename Char> void BlockNextToLevelTest(benchmark::State& state, cons
     state.counters["block_ns"] = Median(block);
     state.counters["level_test_ns"] = Median(bare);
     state.counters["ratio"] = Median(ratio);
+    SummaryRow(std::string("log block with TRACE off, ") + szKind + " name", Median(block), "bare level test",
+               Median(bare), "ns");
 }
 BENCHMARK_CAPTURE(BlockNextToLevelTest, WideName, L"CTaskBarWindow::NotifyConnect");
 BENCHMARK_CAPTURE(BlockNextToLevelTest, NarrowName, "CTaskBarWindow::NotifyConnect");

@@ -5,6 +5,7 @@
 //   usage: bench_permission [--rounds N]   (10)
 // Every wait is bounded (15 s); a round that does not come ends the run with exit code 1.
 #include "bench_median.h"
+#include "bench_summary.h"
 #include "resident_agent.h"
 
 #include "UiDriver.h"
@@ -146,5 +147,7 @@ int main(int argc, char** argv)
     std::snprintf(szFigure, sizeof szFigure, "%.1f ms", dQuestion);
     std::printf("%-48s %-30s %.1fx a minimal process start to its datagram (%.1f ms)\n",
                 "request 70050 -> the question's first paint", szFigure, dQuestion / dSender, dSender);
+    SummaryRow("permission request -> the question's first paint", dQuestion,
+               "minimal process start -> its datagram", dSender, "ms");
     return 0;
 }

@@ -1,6 +1,7 @@
 // Records per second through CKvSocket over loopback, next to a plain Winsock client of an echo
 // peer of its own: the wrapper (trace blocks, the read loop, one send per record) should cost little.
 #include "bench_median.h"
+#include "bench_summary.h"
 #include "KvLogging.h"
 #include "KvSocket.h"
 
@@ -112,6 +113,8 @@ void EchoSideBySide(benchmark::State& state)
     state.counters["CKvSocket/s"] = kBatch / Median(seconds[0]);
     state.counters["raw/s"] = kBatch / Median(seconds[1]);
     state.counters["ratio"] = Median(ratio);
+    SummaryRow("CKvSocket echo of 1592-byte records", kBatch / Median(seconds[0]), "raw Winsock client",
+               kBatch / Median(seconds[1]), "/s");
 }
 BENCHMARK(EchoSideBySide)->UseRealTime()->Unit(benchmark::kMillisecond);
 

@@ -12,6 +12,9 @@ build=$(cd "$build" && pwd)
 limit=${KVNXST_BENCH_LIMIT:-900}
 
 cd "$build/bin"
+# The programs add their figures beside their comparisons here (bench/bench_summary.h).
+export KVNXST_BENCH_SUMMARY=bench-summary.tsv
+rm -f "$KVNXST_BENCH_SUMMARY"
 rc=0
 for name in bench_logging bench_socket bench_agent bench_permission bench_chat; do
   exe=$build/bin/$name.exe
@@ -35,4 +38,15 @@ for name in bench_logging bench_socket bench_agent bench_permission bench_chat; 
   [ "$status" = 0 ] || rc=1
   echo "== $name: $((SECONDS - start)) s"
 done
+
+echo
+echo "== every figure beside its comparison, measured in this run (ratio: figure / comparison)"
+[ -f "$KVNXST_BENCH_SUMMARY" ] && awk -F '\t' '
+  !($1 in row) { order[++n] = $1 }
+  { row[$1] = $0 }
+  END {
+    fmt = "%-46s %-14s %-40s %-14s %s\n"
+    printf fmt, "figure", "value", "comparison", "value", "ratio"
+    for (i = 1; i <= n; ++i) { split(row[order[i]], f, "\t"); printf fmt, f[1], f[2], f[3], f[4], f[5] }
+  }' "$KVNXST_BENCH_SUMMARY"
 exit $rc
