@@ -44,10 +44,11 @@ cut: build
 	@cd build/win/bin && KVNXST_CUT_ALL=1 ../../../scripts/with-display.sh \
 	  ../../../cmake/wine-run.sh --root=.. test_link_cut_e2e.exe
 
-# 10,000 seeded hostile command lines against the built agent; KVNXST_CMDSTORM_SEED replays a run.
+# 10,000 seeded hostile command lines against the built agent, in KVNXST_CMDSTORM_JOBS runs side by
+# side; KVNXST_CMDSTORM_SEED replays a run.
 cmdstorm: build
-	@cd build/win/bin && ../../../scripts/with-display.sh ../../../cmake/wine-run.sh --root=.. \
-	  cmdstorm.exe --agent KVNXST.exe --count $${KVNXST_CMDSTORM_COUNT:-10000} --seed $${KVNXST_CMDSTORM_SEED:-1}
+	@scripts/with-display.sh scripts/run-cmdstorm.sh $(CURDIR)/build/win $${KVNXST_CMDSTORM_COUNT:-10000} \
+	  $${KVNXST_CMDSTORM_SEED:-1} $${KVNXST_CMDSTORM_JOBS:-4}
 
 # Each libFuzzer target for KVNXST_FUZZ_SECONDS (an hour; make test: 30 s each), with its final figures.
 fuzz: build

@@ -115,6 +115,7 @@ public:
 
     bool Started() const { return m_hProcess != nullptr; }
     DWORD Id() const { return m_dwId; }
+    HANDLE Handle() const { return m_hProcess; }
     DWORD MainThread() const { return m_dwMainThread; }
     // Waits up to ms for the end: the exit code, or STILL_ACTIVE while it runs.
     DWORD Wait(DWORD ms) const

@@ -68,7 +68,7 @@ std::vector<std::string> CutAt(std::size_t offset, const DesktopEffect& effect, 
                                      Gone(r.folder.Path() + L"cut.dat")),
         Check(whole("sft-drop"),
               opened == 1 && CountContaining(lines, "Drop window for viewer 7 closed.") == 1),
-        Check(true, kvui::ChildProcesses(r.agent.Id()).empty()),
+        Check(true, kvui::ChildProcesses(r.agent.Handle()).empty()),
         Check(true, CountMessage(lines, "INFO", "ConnectionInfo",
                                  "The connection to the service ended; closing the tray window.") == 1)};
     if (!Passed(row))

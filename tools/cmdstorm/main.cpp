@@ -7,6 +7,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cwchar>
 #include <map>
@@ -160,7 +161,7 @@ struct Outcome
     bool bStarted = false;
     bool bAsked = false; // its windows were asked to close
     bool bHung = false;  // ended by force at the time limit
-    bool bChildLeft = false;
+    std::wstring childrenLeft; // their programs' names
 };
 
 // Runs one line; windows the agent shows are asked to close at once, as a user would answer.
@@ -202,16 +203,16 @@ Outcome Run(const std::wstring& exe, const std::wstring& folder, const std::wstr
         }
     }
     GetExitCodeProcess(pi.hProcess, &out.dwCode);
-    CloseHandle(pi.hProcess);
-    for (DWORD dwChild : kvui::ChildProcesses(pi.dwProcessId))
+    for (const kvui::ChildProcess& child : kvui::ChildProcesses(pi.hProcess))
     {
-        out.bChildLeft = true;
-        if (HANDLE hChild = OpenProcess(PROCESS_TERMINATE, FALSE, dwChild))
+        out.childrenLeft += L" " + (child.exe.empty() ? L"(unnamed)" : child.exe);
+        if (HANDLE hChild = OpenProcess(PROCESS_TERMINATE, FALSE, child.id))
         {
             TerminateProcess(hChild, 999);
             CloseHandle(hChild);
         }
     }
+    CloseHandle(pi.hProcess);
     return out;
 }
 
@@ -286,20 +287,25 @@ int wmain(int argc, wchar_t** argv)
     for (unsigned i = 1; i <= count; ++i)
     {
         const std::wstring line = lines.Next(kMaxLineUnits - exe.size() - 4);
-        const KvCommandOption option = KvFindCommandOption(line.c_str());
+        // The agent's start-up code skips the blanks and control units before its line.
+        const std::size_t start =
+            std::find_if(line.begin(), line.end(), [](wchar_t c) { return c > L' '; }) - line.begin();
+        const KvCommandOption option = KvFindCommandOption(line.c_str() + start);
         longest = std::max(longest, static_cast<unsigned>(line.size()));
         const Outcome out = Run(exe, folder, line, desktop, dwLimitMs);
         Tally& t = families[KvCommandOptionName(option)];
         ++t.tried;
         t.asked += out.bAsked ? 1 : 0;
         ++t.codes[static_cast<int>(out.dwCode)];
-        if (!out.bStarted || out.bHung || out.bChildLeft || !Documented(option, out.dwCode))
+        if (!out.bStarted || out.bHung || !out.childrenLeft.empty() || !Documented(option, out.dwCode))
         {
             ++t.bad;
             ++failures;
-            std::printf("FAIL line %u (%zu units): %s exit code %d (0x%lx)%s%s: %.300s\n", i, line.size(),
+            std::printf("FAIL line %u (%zu units): %s exit code %d (0x%lx)%s%s%s: %.300s\n", i, line.size(),
                         out.bStarted ? "" : "not started;", static_cast<int>(out.dwCode), out.dwCode,
-                        out.bHung ? " hung" : "", out.bChildLeft ? " child left" : "", Narrow(line).c_str());
+                        out.bHung ? " hung" : "",
+                        out.childrenLeft.empty() ? "" : " left behind:", Narrow(out.childrenLeft).c_str(),
+                        Narrow(line).c_str());
         }
         if (i % 500 == 0)
             std::printf("cmdstorm: %u lines run, %u failed\n", i, failures);

@@ -619,17 +619,42 @@ std::optional<DWORD> DragFiles(HWND hTarget, const std::vector<std::wstring>& pa
     return hr == DRAGDROP_S_DROP ? dwEffect : DROPEFFECT_NONE;
 }
 
-std::vector<DWORD> ChildProcesses(DWORD dwParent)
+namespace
 {
-    std::vector<DWORD> children;
+
+// When the process began; zero when it cannot be asked, which counts as "before anything".
+ULONGLONG StartTime(HANDLE hProcess)
+{
+    FILETIME ftStart = {}, ftExit, ftKernel, ftUser;
+    if (hProcess == nullptr || !GetProcessTimes(hProcess, &ftStart, &ftExit, &ftKernel, &ftUser))
+        return 0;
+    return ULONGLONG(ftStart.dwHighDateTime) << 32 | ftStart.dwLowDateTime;
+}
+
+} // namespace
+
+std::vector<ChildProcess> ChildProcesses(HANDLE hParent)
+{
+    std::vector<ChildProcess> children;
+    const DWORD dwParent = GetProcessId(hParent);
+    const ULONGLONG parentStart = StartTime(hParent);
     const HANDLE hSnap = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (hSnap == INVALID_HANDLE_VALUE)
+    if (dwParent == 0 || hSnap == INVALID_HANDLE_VALUE)
         return children;
     PROCESSENTRY32W pe = {};
     pe.dwSize = sizeof pe;
     for (BOOL b = Process32FirstW(hSnap, &pe); b; b = Process32NextW(hSnap, &pe))
-        if (pe.th32ParentProcessID == dwParent)
-            children.push_back(pe.th32ProcessID);
+    {
+        if (pe.th32ParentProcessID != dwParent)
+            continue;
+        // One that cannot be asked counts: better a false alarm than a missed leftover.
+        const HANDLE hChild = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pe.th32ProcessID);
+        const ULONGLONG childStart = hChild != nullptr ? StartTime(hChild) : parentStart;
+        if (hChild != nullptr)
+            CloseHandle(hChild);
+        if (childStart >= parentStart)
+            children.push_back({pe.th32ProcessID, pe.szExeFile});
+    }
     CloseHandle(hSnap);
     return children;
 }

@@ -70,8 +70,14 @@ bool SelectComboText(HWND hParent, int id, const std::wstring& text);
 // Asks the window to close (WM_CLOSE), as its caption button does.
 bool CloseWindow(HWND hWnd);
 
-// The processes still running that this one started.
-std::vector<DWORD> ChildProcesses(DWORD dwParent);
+// The processes still running that the given one started, also after it has ended. Ids are reused:
+// a process that names the id as its parent but began before the given one is another's child.
+struct ChildProcess
+{
+    DWORD id;
+    std::wstring exe;
+};
+std::vector<ChildProcess> ChildProcesses(HANDLE hParent);
 // A program run to its end (at most waitMs): its exit code (0xDEADBEEF when it did not end) and its
 // standard output.
 std::pair<DWORD, std::string> RunProgram(const std::wstring& exe, const std::vector<std::wstring>& args,
