@@ -30,8 +30,19 @@ const wchar_t* const kOptions[] = {L"-onetimesession",
                                    L"-LockWorkstation",
                                    L"",
                                    L"-onetimesession"};
-// These three, exactly, end or lock the whole session (under Wine: every program of the prefix).
-const wchar_t* const kNeverAlone[] = {L"-Logoff", L"-LogoffForce", L"-LockWorkstation"};
+// The line as the agent's start-up code hands it over: without the blanks and control units before it.
+const wchar_t* AsTheAgentSeesIt(const std::wstring& line)
+{
+    return line.c_str() +
+           (std::find_if(line.begin(), line.end(), [](wchar_t c) { return c > L' '; }) - line.begin());
+}
+// These end or lock the whole session; under Wine, every program of the prefix goes with it.
+bool EndsTheSession(const std::wstring& line)
+{
+    const KvCommandOption option = KvFindCommandOption(AsTheAgentSeesIt(line));
+    return option == KvCommandOption::Logoff || option == KvCommandOption::LogoffForce ||
+           option == KvCommandOption::LockWorkstation;
+}
 // The exit codes each of the agent's decisions may end with; its windows are closed as a user would
 // (the tray window's Exit: 0; a dialog's close box: no).
 bool Documented(KvCommandOption option, DWORD dwCode)
@@ -75,10 +86,7 @@ public:
                     line += L" " + Argument();
             if (line.size() > cchRoom)
                 line.resize(cchRoom);
-            bool bAllowed = true;
-            for (const wchar_t* szNever : kNeverAlone)
-                bAllowed = bAllowed && line != szNever;
-            if (bAllowed)
+            if (!EndsTheSession(line))
                 return line;
         }
     }
@@ -177,7 +185,10 @@ Outcome Run(const std::wstring& exe, const std::wstring& folder, const std::wstr
     PROCESS_INFORMATION pi = {};
     if (!CreateProcessW(exe.c_str(), &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, folder.c_str(),
                         &si, &pi))
+    {
+        out.dwCode = GetLastError();
         return out;
+    }
     out.bStarted = true;
     CloseHandle(pi.hThread);
     for (const ULONGLONG end = GetTickCount64() + dwLimitMs;
@@ -235,6 +246,7 @@ struct Tally
 int wmain(int argc, wchar_t** argv)
 {
     unsigned count = 10000;
+    unsigned first = 1; // the lines before it are made but not run, to replay one
     std::uint64_t seed = 1;
     DWORD dwLimitMs = 20000;
     std::wstring exe;
@@ -245,6 +257,8 @@ int wmain(int argc, wchar_t** argv)
             count = static_cast<unsigned>(std::wcstoul(argv[i + 1], nullptr, 10));
         else if (arg == L"--seed")
             seed = std::wcstoull(argv[i + 1], nullptr, 10);
+        else if (arg == L"--first")
+            first = static_cast<unsigned>(std::wcstoul(argv[i + 1], nullptr, 10));
         else if (arg == L"--limit-ms")
             dwLimitMs = std::wcstoul(argv[i + 1], nullptr, 10);
         else if (arg == L"--agent")
@@ -252,8 +266,9 @@ int wmain(int argc, wchar_t** argv)
     }
     if (exe.empty() || argc % 2 == 0)
     {
-        std::fprintf(stderr,
-                     "usage: cmdstorm --agent PATH\\KVNXST.exe [--count N] [--seed S] [--limit-ms MS]\n");
+        std::fprintf(
+            stderr,
+            "usage: cmdstorm --agent PATH\\KVNXST.exe [--count N] [--seed S] [--first N] [--limit-ms MS]\n");
         return 2;
     }
     wchar_t szFull[MAX_PATH] = {};
@@ -287,10 +302,9 @@ int wmain(int argc, wchar_t** argv)
     for (unsigned i = 1; i <= count; ++i)
     {
         const std::wstring line = lines.Next(kMaxLineUnits - exe.size() - 4);
-        // The agent's start-up code skips the blanks and control units before its line.
-        const std::size_t start =
-            std::find_if(line.begin(), line.end(), [](wchar_t c) { return c > L' '; }) - line.begin();
-        const KvCommandOption option = KvFindCommandOption(line.c_str() + start);
+        if (i < first)
+            continue;
+        const KvCommandOption option = KvFindCommandOption(AsTheAgentSeesIt(line));
         longest = std::max(longest, static_cast<unsigned>(line.size()));
         const Outcome out = Run(exe, folder, line, desktop, dwLimitMs);
         Tally& t = families[KvCommandOptionName(option)];
@@ -302,7 +316,7 @@ int wmain(int argc, wchar_t** argv)
             ++t.bad;
             ++failures;
             std::printf("FAIL line %u (%zu units): %s exit code %d (0x%lx)%s%s%s: %.300s\n", i, line.size(),
-                        out.bStarted ? "" : "not started;", static_cast<int>(out.dwCode), out.dwCode,
+                        out.bStarted ? "" : "not started, error", static_cast<int>(out.dwCode), out.dwCode,
                         out.bHung ? " hung" : "",
                         out.childrenLeft.empty() ? "" : " left behind:", Narrow(out.childrenLeft).c_str(),
                         Narrow(line).c_str());
