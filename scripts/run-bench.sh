@@ -45,7 +45,7 @@ echo "== every figure beside its comparison, measured in this run (ratio: figure
   !($1 in row) { order[++n] = $1 }
   { row[$1] = $0 }
   END {
-    fmt = "%-46s %-14s %-40s %-14s %s\n"
+    fmt = "%-50s %-14s %-38s %-14s %s\n"
     printf fmt, "figure", "value", "comparison", "value", "ratio"
     for (i = 1; i <= n; ++i) { split(row[order[i]], f, "\t"); printf fmt, f[1], f[2], f[3], f[4], f[5] }
   }' "$KVNXST_BENCH_SUMMARY"
