@@ -335,7 +335,8 @@ int wmain(int argc, wchar_t** argv)
         std::printf("%-24s %6u %8u %6u  %s\n", Narrow(entry.first).c_str(), entry.second.tried,
                     entry.second.asked, entry.second.bad, codes.c_str());
     }
-    std::printf("cmdstorm: %u lines, %u failed, longest %u units\n", count, failures, longest);
+    std::printf("cmdstorm: %u lines, %u failed, longest %u units\n", first <= count ? count - first + 1 : 0,
+                failures, longest);
     CloseDesktop(hDesk);
     RegDeleteKeyValueW(HKEY_CURRENT_USER, kDesktops, desktop.c_str());
     return failures == 0 ? 0 : 1;
