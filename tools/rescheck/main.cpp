@@ -24,14 +24,6 @@ namespace
 
 using Libraries = std::vector<std::pair<std::wstring, std::wstring>>; // code, path
 
-std::string Narrow(const std::wstring& w)
-{
-    std::string s(w.size() * 3, '\0');
-    s.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, w.data(), static_cast<int>(w.size()), &s[0],
-                                                     static_cast<int>(s.size()), nullptr, nullptr)));
-    return s;
-}
-
 Libraries Find(std::wstring folder)
 {
     if (!folder.empty() && folder.back() != L'\\' && folder.back() != L'/')
@@ -73,13 +65,13 @@ using Places = std::map<std::string, Entry>;
 bool Read(const std::wstring& code, const std::wstring& path, Places& places,
           std::vector<std::string>& problems)
 {
-    const std::string lang = Narrow(code) + ": ";
+    const std::string lang = kvui::Utf8(code) + ": ";
     HMODULE h =
         LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
     if (h == nullptr)
     {
-        problems.push_back(lang + "no library " + Narrow(path) + " (error " + std::to_string(GetLastError()) +
-                           ")");
+        problems.push_back(lang + "no library " + kvui::Utf8(path) + " (error " +
+                           std::to_string(GetLastError()) + ")");
         return false;
     }
     std::map<std::string, std::map<wchar_t, std::string>> keys; // by dialog or menu level
@@ -88,7 +80,7 @@ bool Read(const std::wstring& code, const std::wstring& path, Places& places,
         const wchar_t c = kvui::Mnemonic(text);
         const auto [it, bFirst] = keys[group].emplace(c, place);
         if (c != 0 && !bFirst)
-            problems.push_back(lang + place + ": access key " + Narrow(std::wstring(1, c)) + " also on " +
+            problems.push_back(lang + place + ": access key " + kvui::Utf8(std::wstring(1, c)) + " also on " +
                                it->second);
     };
     for (UINT type : kvui::ResourceTypes(h))
@@ -108,7 +100,8 @@ bool Read(const std::wstring& code, const std::wstring& path, Places& places,
             const kvui::DialogControl& c = dialog.controls[i];
             const bool bButton = c.windowClass == L"Button", bStatic = c.windowClass == L"Static";
             const std::string place = d + " control " + (i < 9 ? " " : "") + std::to_string(i + 1);
-            places[place] = {"id " + std::to_string(static_cast<short>(c.id)) + " " + Narrow(c.windowClass) +
+            places[place] = {"id " + std::to_string(static_cast<short>(c.id)) + " " +
+                                 kvui::Utf8(c.windowClass) +
                                  (bButton || bStatic ? " type " + std::to_string(c.style & SS_TYPEMASK) : ""),
                              c.text};
             if (bButton || (bStatic && !(c.style & SS_NOPREFIX)))
@@ -161,7 +154,7 @@ int Compare(const Libraries& libraries)
         const auto it = read.find(code);
         if (en == read.end() || it == read.end() || it == en)
             continue; // reported above
-        const std::string lang = Narrow(code) + ": ";
+        const std::string lang = kvui::Utf8(code) + ": ";
         const Places &english = en->second, &other = it->second;
         for (const auto& [place, entry] : english)
         {
@@ -195,7 +188,7 @@ int Layout(const Libraries& libraries)
         for (const auto& [code, path] : libraries)
         {
             args.push_back(code + L"=" + path);
-            columns.push_back(Narrow(code) + " " + std::to_string(dpi));
+            columns.push_back(kvui::Utf8(code) + " " + std::to_string(dpi));
         }
         std::pair<DWORD, std::string> run;
         {
@@ -250,7 +243,7 @@ INT_PTR CALLBACK Quiet(HWND, UINT, WPARAM, LPARAM)
 
 void Print(const std::wstring& code, UINT dialog, const std::wstring& what)
 {
-    std::cout << Narrow(code + L"\t" + std::to_wstring(dialog) + L"\t" + what + L"\n");
+    std::cout << kvui::Utf8(code + L"\t" + std::to_wstring(dialog) + L"\t" + what + L"\n");
 }
 
 std::wstring Text(HWND hWnd)

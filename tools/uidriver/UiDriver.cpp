@@ -619,6 +619,17 @@ std::optional<DWORD> DragFiles(HWND hTarget, const std::vector<std::wstring>& pa
     return hr == DRAGDROP_S_DROP ? dwEffect : DROPEFFECT_NONE;
 }
 
+std::string Utf8(const std::wstring& text)
+{
+    const int cb = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
+                                       nullptr, nullptr);
+    std::string utf8(static_cast<size_t>(cb > 0 ? cb : 0), '\0');
+    if (cb > 0)
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0], cb, nullptr,
+                            nullptr);
+    return utf8;
+}
+
 namespace
 {
 

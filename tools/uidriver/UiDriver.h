@@ -67,6 +67,9 @@ bool PressKey(HWND hParent, int id, UINT vk);
 // Selects a combo box item and tells the parent with CBN_SELCHANGE, as a user's pick does.
 bool SelectComboIndex(HWND hParent, int id, int index);
 bool SelectComboText(HWND hParent, int id, const std::wstring& text);
+// The text in UTF-8, as the tools print it.
+std::string Utf8(const std::wstring& text);
+
 // Asks the window to close (WM_CLOSE), as its caption button does.
 bool CloseWindow(HWND hWnd);
 

@@ -44,13 +44,7 @@ const char kUsageText[] =
 
 void Print(const std::wstring& text)
 {
-    const int cb = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
-                                       nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(cb > 0 ? cb : 0), '\0');
-    if (cb > 0)
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0], cb, nullptr,
-                            nullptr);
-    utf8 += '\n';
+    std::string utf8 = kvui::Utf8(text) + '\n';
     fwrite(utf8.data(), 1, utf8.size(), stdout);
 }
 
